@@ -1,0 +1,5 @@
+# ZOLO_SANITIZE=ON builds everything with AddressSanitizer and UndefinedBehaviorSanitizer.
+if(ZOLO_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()

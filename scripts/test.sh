@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the whole test suite.
+#   scripts/test.sh              normal build in build/
+#   scripts/test.sh --sanitize   address + undefined-behaviour sanitizers in build-asan/
+#   scripts/test.sh --werror     warnings are errors (CI passes this)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+sanitize=OFF
+werror=OFF
+for arg in "$@"; do
+  case "$arg" in
+    --sanitize) sanitize=ON ;;
+    --werror) werror=ON ;;
+    *) echo "usage: $0 [--sanitize] [--werror]" >&2; exit 2 ;;
+  esac
+done
+build=build
+[ "$sanitize" = ON ] && build=build-asan
+bash scripts/setup.sh
+cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize \
+      -DZOLO_BUILD_BENCH=$([ "$sanitize" = ON ] && echo OFF || echo ON) >/dev/null
+cmake --build "$build" -j"$(nproc)"
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+ctest --test-dir "$build" --output-on-failure -j"$(nproc)"

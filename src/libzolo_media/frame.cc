@@ -1,0 +1,1 @@
+// Library lifecycle and media-service calls.
