@@ -1,0 +1,50 @@
+// One SQLite connection shared by the model classes of a database file.
+//
+// The connection runs in WAL mode with foreign keys on and a busy timeout, so several
+// threads (serialised by the connection lock) and several processes can use the file.
+// Statements are prepared once per SQL text and reused.
+#pragma once
+
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace zolo::model {
+
+class Database {
+ public:
+  // Opens `path`; with `create` the file is created when missing. Throws SQLite::Exception.
+  Database(const std::string& path, bool create, int busy_timeout_ms = 2000);
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
+
+  // Locks the connection for the calling thread (recursive). Hold it across every use of
+  // Prepared() statements and across a transaction.
+  std::unique_lock<std::recursive_mutex> Lock() { return std::unique_lock(mutex_); }
+
+  // The cached statement for `sql`, reset and with its bindings cleared. The caller holds
+  // Lock(); the same SQL text must not be used again while a previous use is still
+  // stepping (nested use of one text would clobber it).
+  SQLite::Statement& Prepared(const std::string& sql);
+
+  // Runs one or more SQL statements with no bound parameters (scripts, DDL).
+  void ExecScript(const std::string& sql);
+
+  SQLite::Database& raw() { return db_; }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  SQLite::Database db_;
+  std::recursive_mutex mutex_;
+  std::unordered_map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
+};
+
+// True for the errors worth retrying: the database is busy or a table is locked.
+bool IsRecoverable(const SQLite::Exception& e);
+
+}  // namespace zolo::model
