@@ -6,7 +6,4 @@
 // does not allow the call, -5 not found; engine replies map down to -15.
 #pragma once
 
-#include <zolo/config.h>
 #include <zolo/export.h>
-#include <zolo/utils.h>
-#include <zolo/yuvjpeg.h>
