@@ -7,3 +7,4 @@
 #pragma once
 
 #include <zolo/export.h>
+#include <zolo/config.h>
