@@ -8,3 +8,4 @@
 
 #include <zolo/export.h>
 #include <zolo/config.h>
+#include <zolo/utils.h>
