@@ -9,3 +9,4 @@
 #include <zolo/export.h>
 #include <zolo/config.h>
 #include <zolo/utils.h>
+#include <zolo/yuvjpeg.h>
