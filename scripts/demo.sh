@@ -1,2 +1,55 @@
 #!/usr/bin/env bash
-echo "demo: not yet" >&2
+# The demo a newcomer runs: installs what is missing, builds, makes a throw-away sandbox
+# root with the default configuration, and tours the library with zmctl. Everything it
+# starts or mounts is undone on exit, also when interrupted.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+repo=$PWD
+
+bash scripts/setup.sh
+cmake -S . -B build >/dev/null
+cmake --build build -j"$(nproc)" --target zmctl >/dev/null
+
+root=$(mktemp -d /tmp/zolo-demo-XXXXXX)
+mounted=""
+cleanup() {
+  if [ -n "$mounted" ]; then umount "$mounted" 2>/dev/null || umount -l "$mounted" || true; fi
+  rm -rf "$root"
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+# A fresh appliance below the sandbox root.
+mkdir -p "$root/etc" "$root/media/SD" "$root/usr/share/media" "$root/var/lib/zolo/media/images" \
+         "$root/sys/class/net/eth0"
+cp data/media.conf "$root/etc/media.conf"
+cp data/initial.sql "$root/usr/share/media/initial.sql"
+echo "studio-demo" >"$root/etc/hostname"
+echo "Demo recorder in a sandbox" >"$root/etc/description"
+echo "02:00:5e:10:20:30" >"$root/sys/class/net/eth0/address"
+bash scripts/make-fw-env.sh "$root" movie_resource=1 >/dev/null
+if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=256m tmpfs "$root/media/SD" 2>/dev/null; then
+  mounted="$root/media/SD"
+fi
+
+zmctl() { "$repo/build/tools/zmctl/zmctl" --sandbox "$root" "$@"; }
+step() { printf '\n== %s\n' "$*"; }
+
+echo "sandbox root: $root"
+step "configuration (/etc/media.conf)"
+zmctl config get Application database
+zmctl config get Engine min_avail_recording_time
+step "device"
+zmctl device
+zmctl fwenv movie_resource
+step "storage devices"
+zmctl storage list
+[ -n "$mounted" ] || echo "(no storage mounted: mounting a tmpfs needs root)"
+step "a snapshot: colour bars to JPEG"
+zmctl testframe "$root/var/lib/zolo/media/images/bars.yuv" --width 1280 --height 720
+zmctl jpeg "$root/var/lib/zolo/media/images/bars.yuv" "$root/var/lib/zolo/media/images/bars.jpg" \
+      --width 1280 --height 720 --quality 90
+step "the same as JSON, for scripts"
+zmctl --json storage list
+echo
+echo "demo finished; the sandbox is removed on exit"

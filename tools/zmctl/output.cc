@@ -1,0 +1,118 @@
+#include "output.h"
+
+#include <cjson/cJSON.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+
+namespace zmctl {
+
+namespace {
+
+bool LooksLikeInteger(const std::string& text) {
+  if (text.empty() || text.size() > 18) return false;
+  size_t start = text[0] == '-' ? 1 : 0;
+  if (start == text.size()) return false;
+  if (text.size() - start > 1 && text[start] == '0') return false;
+  return std::all_of(text.begin() + static_cast<long>(start), text.end(),
+                     [](char c) { return c >= '0' && c <= '9'; });
+}
+
+cJSON* Value(const std::string& text) {
+  if (LooksLikeInteger(text)) return cJSON_CreateNumber(std::strtod(text.c_str(), nullptr));
+  return cJSON_CreateString(text.c_str());
+}
+
+void PrintJson(cJSON* json) {
+  char* text = cJSON_Print(json);
+  if (text != nullptr) std::printf("%s\n", text);
+  cJSON_free(text);
+  cJSON_Delete(json);
+}
+
+}  // namespace
+
+void Output::Table(const Row& headers, const std::vector<Row>& rows) const {
+  if (json_) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& row : rows) {
+      cJSON* object = cJSON_CreateObject();
+      for (size_t i = 0; i < headers.size() && i < row.size(); ++i)
+        cJSON_AddItemToObject(object, headers[i].c_str(), Value(row[i]));
+      cJSON_AddItemToArray(array, object);
+    }
+    PrintJson(array);
+    return;
+  }
+  std::vector<size_t> widths(headers.size());
+  for (size_t i = 0; i < headers.size(); ++i) widths[i] = headers[i].size();
+  for (const auto& row : rows)
+    for (size_t i = 0; i < headers.size() && i < row.size(); ++i)
+      widths[i] = std::max(widths[i], row[i].size());
+  auto print_row = [&](const Row& row) {
+    std::string line;
+    for (size_t i = 0; i < headers.size(); ++i) {
+      std::string cell = i < row.size() ? row[i] : "";
+      line += cell;
+      if (i + 1 < headers.size()) line += std::string(widths[i] - cell.size() + 2, ' ');
+    }
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    std::cout << line << '\n';
+  };
+  print_row(headers);
+  for (const auto& row : rows) print_row(row);
+}
+
+void Output::Record(const std::vector<std::pair<std::string, std::string>>& fields) const {
+  if (json_) {
+    cJSON* object = cJSON_CreateObject();
+    for (const auto& [name, value] : fields)
+      cJSON_AddItemToObject(object, name.c_str(), Value(value));
+    PrintJson(object);
+    return;
+  }
+  size_t width = 0;
+  for (const auto& field : fields) width = std::max(width, field.first.size());
+  for (const auto& [name, value] : fields)
+    std::cout << name << ':' << std::string(width - name.size() + 1, ' ') << value << '\n';
+}
+
+void Output::Message(const std::string& message) const {
+  if (json_) {
+    cJSON* object = cJSON_CreateObject();
+    cJSON_AddStringToObject(object, "result", message.c_str());
+    PrintJson(object);
+    return;
+  }
+  std::cout << message << '\n';
+}
+
+std::string ResultMeaning(int code) {
+  struct Meaning {
+    int code;
+    const char* text;
+  };
+  static constexpr Meaning kMeanings[] = {
+      {0, "success"},
+      {-1, "general failure (bus, database or unknown engine code)"},
+      {-2, "request refused"},
+      {-3, "missing or bad argument, or unknown name"},
+      {-4, "the media engine is not in a state that allows this"},
+      {-5, "object or setting not found"},
+      {-6, "the bus gave no answer in time"},
+  };
+  for (const auto& meaning : kMeanings)
+    if (meaning.code == code) return meaning.text;
+  if (code <= -7 && code >= -15)
+    return "refused by the media engine (code " + std::to_string(code) + ")";
+  return "unknown result";
+}
+
+int Fail(const std::string& what, int code) {
+  std::cerr << "zmctl: " << what << " failed: " << code << " (" << ResultMeaning(code) << ")\n";
+  return 1;
+}
+
+}  // namespace zmctl

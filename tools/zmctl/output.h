@@ -1,0 +1,33 @@
+// Printing results as aligned tables (default) or JSON (--json), and result-code errors.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zmctl {
+
+using Row = std::vector<std::string>;
+
+class Output {
+ public:
+  explicit Output(bool json) : json_(json) {}
+  bool json() const { return json_; }
+  // Rows under `headers`; as JSON an array of objects keyed by the headers. Cells that
+  // look like integers are printed as JSON numbers.
+  void Table(const Row& headers, const std::vector<Row>& rows) const;
+  // One record of name/value pairs.
+  void Record(const std::vector<std::pair<std::string, std::string>>& fields) const;
+  // A plain message ("ok"); as JSON {"result": message}.
+  void Message(const std::string& message) const;
+
+ private:
+  bool json_;
+};
+
+// Meaning of a library result code, for error messages.
+std::string ResultMeaning(int code);
+// Prints "zmctl: <what> failed: <code> (<meaning>)" to stderr and returns exit status 1.
+int Fail(const std::string& what, int code);
+
+}  // namespace zmctl
