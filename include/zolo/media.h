@@ -10,3 +10,5 @@
 #include <zolo/config.h>
 #include <zolo/utils.h>
 #include <zolo/yuvjpeg.h>
+#include <zolo/media/streams.h>
+#include <zolo/signals.h>

@@ -1,0 +1,250 @@
+// Signal payload parsers: every signal's keys, the irregular ones, and hostile payloads.
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <zolo/signals.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+struct SignalCase {
+  const char* stem;
+  void* (*parse)(const char*);
+  void (*release)(void*);
+  const char* payload;                // every key present
+  std::vector<const char*> required;  // each one's absence gives no record
+};
+
+#define FN(stem) #stem, media_sig_##stem##_parser, media_sig_##stem##_releaser
+
+const std::vector<SignalCase>& Cases() {
+  static const std::vector<SignalCase> cases = {
+      {FN(status),
+       R"({"State":"recording","Streams":[{"Name":"movie1","Destination":"file:///m"}],"Restart":true})",
+       {"State", "Streams"}},
+      {FN(video_layout),
+       R"({"Id":3,"Group":1,"Mixer":"zolo://video/mixer/0"})",
+       {"Id", "Group", "Mixer"}},
+      {FN(video_background), R"({"Id":2,"Mixer":"m"})", {"Id", "Mixer"}},
+      {FN(video_foreground), R"({"Id":2,"Mixer":"m"})", {"Id", "Mixer"}},
+      {FN(video_overlay), R"({"Id":2,"Mixer":"m"})", {"Id", "Mixer"}},
+      {FN(video_system_overlay), R"({"Id":2,"Mixer":"m"})", {"Id", "Mixer"}},
+      {FN(streaming_duration),
+       R"({"Name":"movie1","Duration":61,"Type":1})",
+       {"Name", "Duration", "Type"}},
+      {FN(audio_level),
+       R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})",
+       {"Name", "Level", "Left", "Right"}},
+      {FN(audio_volume), R"({"Name":"out1","Volume":80,"Mute":1})", {"Name", "Volume"}},
+      {FN(audio_type), R"({"Name":"in1","Type":2})", {"Name", "Type"}},
+      {FN(channel_status),
+       R"({"Id":1,"Name":"Video-Capture1","Status":0,"Capture":1})",
+       {"Id", "Name", "Status", "Capture"}},
+      {FN(rec_file_status),
+       R"({"Stream":"movie1","Url":"file:///media/SD/a.mp4","Status":1.9,"MaxSize":4096.5,"Backup":0})",
+       {"Stream", "Url", "Status", "MaxSize", "Backup"}},
+      {FN(rec_file_update),
+       R"({"Stream":"movie1","Url":"file:///a.mp4","Offset":10,"Size":20,"Backup":1})",
+       {"Url", "Offset", "Size", "Backup"}},
+      {FN(bookmark_added), R"({"Time":12,"Text":"goal","Mode":0})", {"Time", "Text", "Mode"}},
+      {FN(bookmark_removed), R"({"Time":12,"Text":"goal"})", {"Time", "Text"}},
+      {FN(recording_ready), R"({"Id":7,"Name":"rec7"})", {"Id", "Name"}},
+      {FN(recording_created), R"({"Id":7,"Name":"rec7"})", {"Id", "Name"}},
+      {FN(storage_status),
+       R"({"Status":1,"Storage":"SD","Index":0})",
+       {"Status", "Storage", "Index"}},
+      {FN(channel_source_error),
+       R"({"Channel":"RTSP1","SourceType":1,"Address":"rtsp://x","Code":-3})",
+       {"Channel", "SourceType", "Address", "Code"}},
+      {FN(stream_error),
+       R"({"Stream":"rtmp1","Url":"rtmp://x","Code":5})",
+       {"Stream", "Url", "Code"}},
+      {FN(recording_bookmark_updated), R"({"Url":"file:///b.json","Code":0})", {"Url", "Code"}},
+      {FN(record_limit_reached),
+       R"({"Type":1,"Name":"movie1","Criteria":2,"Index":0})",
+       {"Type", "Name", "Criteria", "Index"}},
+      {FN(stream_status), R"({"Name":"rtmp1","Status":"connected"})", {"Name", "Status"}},
+      {FN(streaming_state), R"({"State":"recording","Flags":"persist"})", {"State", "Flags"}},
+      {FN(output_color_changed),
+       R"({"Name":"hdmi","Brightness":1,"Contrast":2,"Saturation":3,"Hue":4})",
+       {"Name", "Brightness", "Contrast", "Saturation", "Hue"}},
+      {FN(display_changed), R"({"Name":"hdmi","Resolution":5})", {"Name", "Resolution"}},
+      {FN(media_data_changed),
+       R"({"Type":1,"Data":2,"Id":3,"Payload":"{}"})",
+       {"Type", "Data", "Id"}},
+      {FN(hardware_error), R"({"Code":9})", {"Code"}},
+      {FN(media_crashed), R"({"Code":11})", {"Code"}},
+      {FN(recorder_file_stream_changed), R"({"CodecParamPreset":4})", {"CodecParamPreset"}},
+      {FN(audio_gain), R"({"Name":"in1","Gain":6})", {"Name", "Gain"}},
+      {FN(audio_mixer),
+       R"({"Config_id":2,"Mixer":"zolo://audio/mixer/0"})",
+       {"Config_id", "Mixer"}},
+      {FN(audio_noise_reduction), R"({"Name":"in1","Level":2})", {"Name", "Level"}},
+      {FN(audio_xlr_channel), R"({"Name":"in1","Mode":1})", {"Name", "Mode"}},
+      {FN(audio_xlr_power), R"({"Name":"in1","Mode":0})", {"Name", "Mode"}},
+      {FN(webrtc_content), R"({"Name":"webrtc1","Content":"v=0"})", {"Name", "Content"}},
+      {FN(mixer_resolution_changed),
+       R"({"Name":"m","Width":1920,"Height":1080})",
+       {"Name", "Width", "Height"}},
+      {FN(audio_output_monitor_changed),
+       R"({"Name":"out1","Mode":1,"Duration_Threshold":5,"Level_Threshold":-50})",
+       {"Name", "Mode", "Duration_Threshold", "Level_Threshold"}},
+      {FN(audio_output_monitor_warning), R"({"Name":"out1","Triggered":1})", {"Name", "Triggered"}},
+  };
+  return cases;
+}
+
+std::string Without(const char* payload, const char* key) {
+  cJSON* json = cJSON_Parse(payload);
+  cJSON_DeleteItemFromObject(json, key);
+  char* text = cJSON_PrintUnformatted(json);
+  std::string result = text;
+  cJSON_free(text);
+  cJSON_Delete(json);
+  return result;
+}
+
+std::string WithValue(const char* payload, const char* key, cJSON* value) {
+  cJSON* json = cJSON_Parse(payload);
+  cJSON_ReplaceItemInObject(json, key, value);
+  char* text = cJSON_PrintUnformatted(json);
+  std::string result = text;
+  cJSON_free(text);
+  cJSON_Delete(json);
+  return result;
+}
+
+class EverySignal : public testing::TestWithParam<SignalCase> {};
+
+TEST_P(EverySignal, CompletePayloadGivesARecordAndEachRequiredKeyIsNeeded) {
+  const auto& c = GetParam();
+  void* record = c.parse(c.payload);
+  ASSERT_NE(record, nullptr);
+  c.release(record);
+  for (const char* key : c.required) {
+    EXPECT_EQ(c.parse(Without(c.payload, key).c_str()), nullptr) << "without " << key;
+    // A value of the wrong kind is as good as none: numbers for texts, texts for numbers.
+    cJSON* full = cJSON_Parse(c.payload);
+    cJSON* other = cJSON_IsString(cJSON_GetObjectItem(full, key)) ? cJSON_CreateNumber(1)
+                                                                  : cJSON_CreateString("1");
+    cJSON_Delete(full);
+    std::string wrong = WithValue(c.payload, key, other);
+    void* odd = c.parse(wrong.c_str());
+    if (std::string(key) == "Stream" || std::string(key) == "Streams") {
+      c.release(odd);  // presence is all that these two need
+    } else {
+      EXPECT_EQ(odd, nullptr) << "wrong kind for " << key;
+    }
+  }
+}
+
+TEST_P(EverySignal, HostilePayloadsGiveNoRecord) {
+  const auto& c = GetParam();
+  std::string deep(5000, '[');
+  std::string huge_key = "{\"" + std::string(1 << 20, 'k') + "\":1}";
+  const std::string bad[] = {"",
+                             "null",
+                             "[]",
+                             "42",
+                             "\"text\"",
+                             "{",
+                             "{\"Name\":",
+                             "\xff\xfe{}",
+                             deep,
+                             huge_key,
+                             std::string(c.payload, std::string(c.payload).size() - 1)};
+  EXPECT_EQ(c.parse(nullptr), nullptr);
+  for (const auto& text : bad) EXPECT_EQ(c.parse(text.c_str()), nullptr) << text.substr(0, 20);
+  c.release(nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EverySignal, testing::ValuesIn(Cases()),
+                         [](const auto& test_case) { return std::string(test_case.param.stem); });
+
+template <class R>
+struct Parsed {
+  Parsed(void* (*parse)(const char*), void (*release)(void*), const std::string& payload)
+      : record(static_cast<R*>(parse(payload.c_str()))), release_(release) {}
+  ~Parsed() { release_(record); }
+  R* operator->() const { return record; }
+  R* record;
+  void (*release_)(void*);
+};
+
+TEST(SignalFields, NumbersTextsAndFlagsLandInTheirFields) {
+  Parsed<media_sig_audio_level> level(media_sig_audio_level_parser, media_sig_audio_level_releaser,
+                                      R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})");
+  ASSERT_NE(level.record, nullptr);
+  EXPECT_STREQ(level->name, "in1");
+  EXPECT_EQ(level->level, -20);
+  EXPECT_EQ(level->left, -21);
+  EXPECT_EQ(level->right, -19);
+  Parsed<media_sig_channel_status> channel(media_sig_channel_status_parser,
+                                           media_sig_channel_status_releaser,
+                                           R"({"Id":1,"Name":"c","Status":0,"Capture":2})");
+  ASSERT_NE(channel.record, nullptr);
+  EXPECT_FALSE(channel->capture);  // only 1 is true
+  Parsed<media_sig_audio_volume> volume(
+      media_sig_audio_volume_parser, media_sig_audio_volume_releaser, R"({"Name":"o","Volume":3})");
+  ASSERT_NE(volume.record, nullptr);
+  EXPECT_FALSE(volume->mute);
+}
+
+TEST(SignalFields, VideoFileStatusTakesBothTextsFromUrlAndTruncatesNumbers) {
+  Parsed<media_sig_rec_file_status> status(
+      media_sig_rec_file_status_parser, media_sig_rec_file_status_releaser,
+      R"({"Stream":"movie1","Url":"file:///a.mp4","Status":1.9,"MaxSize":-4096.7,"Backup":0.2})");
+  ASSERT_NE(status.record, nullptr);
+  EXPECT_STREQ(status->stream, "file:///a.mp4");
+  EXPECT_STREQ(status->url, "file:///a.mp4");
+  EXPECT_EQ(status->status, 1);
+  EXPECT_EQ(status->max_size, -4096);
+  EXPECT_EQ(status->backup, 0);
+  Parsed<media_sig_rec_file_update> update(media_sig_rec_file_update_parser,
+                                           media_sig_rec_file_update_releaser,
+                                           R"({"Url":"u","Offset":1,"Size":2,"Backup":3})");
+  ASSERT_NE(update.record, nullptr);
+  EXPECT_STREQ(update->stream, "");
+  EXPECT_EQ(update->size, 2);
+}
+
+TEST(SignalFields, TextsAreCutToCapacityButWebrtcContentIsWhole) {
+  std::string long_url(5000, 'u');
+  Parsed<media_sig_stream_error> error(
+      media_sig_stream_error_parser, media_sig_stream_error_releaser,
+      R"({"Stream":")" + std::string(600, 's') + R"(","Url":")" + long_url + R"(","Code":1})");
+  ASSERT_NE(error.record, nullptr);
+  EXPECT_EQ(std::string(error->stream), std::string(511, 's'));
+  EXPECT_EQ(std::string(error->url), std::string(2047, 'u'));
+  std::string content(100000, 'c');
+  Parsed<media_sig_webrtc_content> webrtc(media_sig_webrtc_content_parser,
+                                          media_sig_webrtc_content_releaser,
+                                          R"({"Name":"w","Content":")" + content + R"("})");
+  ASSERT_NE(webrtc.record, nullptr);
+  EXPECT_EQ(std::string(webrtc->content), content);
+  Parsed<media_sig_media_data_changed> data(
+      media_sig_media_data_changed_parser, media_sig_media_data_changed_releaser,
+      R"({"Type":0,"Data":1,"Id":2,"Payload":")" + std::string(5000, 'p') + R"("})");
+  ASSERT_NE(data.record, nullptr);
+  EXPECT_EQ(std::string(data->payload).size(), 4095u);
+}
+
+TEST(SignalFields, StatusBuildsOneStreamRecordPerItem) {
+  Parsed<media_sig_status> status(
+      media_sig_status_parser, media_sig_status_releaser,
+      R"({"State":"recording","Restart":true,"Streams":[{"Name":"movie1","Destination":"file:///m1"},)"
+      R"({"Name":"rtmp1"},7,{"Destination":"rtmp://x/live"}]})");
+  ASSERT_NE(status.record, nullptr);
+  EXPECT_STREQ(status->state, "recording");
+  EXPECT_TRUE(status->restart);
+  ASSERT_EQ(status->streams.size(), 4u);
+  EXPECT_STREQ(status->streams[0].name, "movie1");
+  EXPECT_STREQ(status->streams[0].destination, "file:///m1");
+  EXPECT_STREQ(status->streams[1].destination, "");
+  EXPECT_EQ(status->streams[1].id, 0);
+  EXPECT_STREQ(status->streams[3].destination, "rtmp://x/live");
+  EXPECT_EQ(media_sig_status_parser(R"({"State":"idle","Streams":{}})"), nullptr);
+}
+
+}  // namespace
