@@ -1,0 +1,27 @@
+// A private dbus-daemon for one test program: DBUS_SYSTEM_BUS_ADDRESS points at it while the
+// object lives; the daemon is stopped and reaped at the end.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+namespace zolo::test {
+
+class PrivateBus {
+ public:
+  PrivateBus();
+  ~PrivateBus();
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
+
+  bool ok() const { return pid_ > 0; }
+  const std::string& address() const { return address_; }
+
+ private:
+  std::string dir_;
+  std::string address_;
+  pid_t pid_ = -1;
+};
+
+}  // namespace zolo::test

@@ -1,0 +1,75 @@
+// A simulated media engine on the bus: owns "zolo.media", answers the service methods with
+// the engine's state machine, records every request and emits signals. Tests run it
+// in-process; the zolo-media-sim daemon runs it on its own.
+#pragma once
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace zolo::sim {
+
+// Engine states: 1 idle, 3 recording, 4 paused; 0 and 2 not ready.
+enum State { kStarting = 0, kIdle = 1, kStopped = 2, kRecording = 3, kPaused = 4 };
+
+struct Request {
+  std::string method;
+  std::string payload;
+};
+
+// How the simulator answers one method instead of its normal reply.
+struct Forced {
+  enum Kind { kCode, kNoCode, kEmpty, kNoReply } kind = kCode;
+  int code = 0;       // kCode: the reply is {"code": code}
+  int delay_ms = 0;   // any kind but kNoReply: the reply is sent this much later
+  std::string reply;  // kNoCode: this text is the reply (default {"result":"ok"})
+};
+
+class MediaSimulator {
+ public:
+  // A method handler gets the request payload (may be empty) and the simulator, and returns
+  // the reply JSON text. Runs on the simulator's thread.
+  using Handler = std::function<std::string(const std::string& payload, MediaSimulator&)>;
+
+  MediaSimulator();
+  ~MediaSimulator();
+  MediaSimulator(const MediaSimulator&) = delete;
+  MediaSimulator& operator=(const MediaSimulator&) = delete;
+
+  // Connects to the system bus, takes "zolo.media" and starts answering. 0, or a negative
+  // errno-style code.
+  int Start();
+  // Stops answering and releases the name.
+  void Stop();
+  bool running() const;
+
+  // Adds or replaces the handler of `method`.
+  void Handle(const std::string& method, Handler handler);
+  // Answers `method` as `forced` says until Unforce.
+  void Force(const std::string& method, const Forced& forced);
+  void Unforce(const std::string& method);
+
+  int state() const;
+  void set_state(int state);
+  static const char* StateName(int state);
+
+  // Every request received so far, oldest first.
+  std::vector<Request> Requests() const;
+  std::vector<Request> Requests(const std::string& method) const;
+  void ClearRequests();
+  // Waits until `count` requests of `method` arrived; false after `timeout_ms`.
+  bool WaitForRequests(const std::string& method, size_t count, int timeout_ms) const;
+
+  // Emits signal `name` with `payload`. 0, or a negative errno-style code. Thread-safe.
+  int Emit(const std::string& name, const std::string& payload);
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace zolo::sim
