@@ -11,7 +11,7 @@ int OpenFlags(bool create) {
 }  // namespace
 
 Database::Database(const std::string& path, bool create, int busy_timeout_ms)
-    : path_(path), db_(path, OpenFlags(create), busy_timeout_ms) {
+    : path_(path), busy_timeout_ms_(busy_timeout_ms), db_(path, OpenFlags(create), busy_timeout_ms) {
   // A file that is not a database fails here rather than on the first query.
   db_.exec("PRAGMA journal_mode=WAL");
   db_.exec("PRAGMA foreign_keys=ON");

@@ -1,1 +1,285 @@
-// Library lifecycle and media-service calls.
+// Library lifecycle, the call to the media engine with its result-code table, settings
+// and options.
+#include <cjson/cJSON.h>
+#include <oviklog.h>
+#include <zolo/config.h>
+#include <zolo/media/frame.h>
+#include <zolo/storage.h>
+#include <zolo/sysroot.h>
+#include <zolo_bus.h>
+#include <zolo_info.h>
+#include <zolo_model/media_model.h>
+#include <zolo_model/media_setting.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <unordered_map>
+
+#include "common/log.h"
+#include "libzolo_media/media_call.h"
+
+namespace {
+
+constexpr const char* kLogSource = "libzolo_media";
+constexpr size_t kReplyBufferSize = 4096;
+
+struct FrameState {
+  Config config{"/etc/media.conf"};
+  bool initialized = false;
+  bus_client* client = nullptr;
+  int movie_resource = -1;
+  std::unordered_map<int, int> options{{0, 1}};
+};
+
+FrameState& State() {
+  static FrameState state;
+  return state;
+}
+
+// Engine reply codes and the library codes they become. Codes absent here become -1.
+const std::unordered_map<int, int>& ResultCodeTable() {
+  static const std::unordered_map<int, int> table = {
+      {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},  {-1004, -4},  {-1005, -5},
+      {-1006, -10}, {-1009, -11}, {-1011, -7},  {-1012, -7},  {-1013, -8},  {-1014, -9},
+      {-1015, -12}, {-1016, -13}, {-1017, -14}, {-1018, -15},
+  };
+  return table;
+}
+
+int MapResult(int code) {
+  const auto& table = ResultCodeTable();
+  if (code == 0) return 0;
+  try {
+    return table.at(code);
+  } catch (const std::out_of_range&) {
+    return -1;
+  }
+}
+
+// Parses `text` as an integer in base 10 the way strtol does (leading number, else 0).
+int ParseInt(const std::string& text) {
+  return static_cast<int>(std::strtol(text.c_str(), nullptr, 10));
+}
+
+}  // namespace
+
+namespace zolo {
+
+Config& MediaConfig() { return State().config; }
+
+bus_client* MediaBusClient() { return State().client; }
+
+int MovieResource() { return State().movie_resource; }
+
+int MediaOption(int option, int fallback) {
+  const auto& options = State().options;
+  auto it = options.find(option);
+  return it == options.end() ? fallback : it->second;
+}
+
+void RequireText(const char* text) {
+  if (text == nullptr) throw std::logic_error("basic_string::_M_construct null not valid");
+}
+
+int NotifyMediaDataChange(ChangeType type, DataKind kind, int id) {
+  cJSON* payload = cJSON_CreateObject();
+  if (payload == nullptr) return -1;
+  cJSON_AddNumberToObject(payload, "type", static_cast<int>(type));
+  cJSON_AddNumberToObject(payload, "data", static_cast<int>(kind));
+  cJSON_AddNumberToObject(payload, "id", id);
+  int result = zm_call_media_method("change_media_data", payload, nullptr, kCallTimeout);
+  cJSON_Delete(payload);
+  return result;
+}
+
+}  // namespace zolo
+
+int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply,
+                         unsigned timeout) {
+  char buffer[kReplyBufferSize] = {0};
+  int length = 0;
+  int result;
+  if (payload != nullptr) {
+    char* text = cJSON_PrintUnformatted(payload);
+    result = bus_method_call_sync(State().client, "media", method, text,
+                                  text ? static_cast<int>(std::strlen(text)) : 0, buffer, &length,
+                                  timeout);
+    cJSON_free(text);
+  } else {
+    result = bus_method_call_sync(State().client, "media", method, nullptr, 0, buffer, &length,
+                                  timeout);
+  }
+  if (length > 0) {
+    result = -1;
+    cJSON* parsed = cJSON_ParseWithLength(buffer, strnlen(buffer, sizeof buffer));
+    if (parsed != nullptr) {
+      const cJSON* code = cJSON_GetObjectItem(parsed, "code");
+      if (code != nullptr) result = code->valueint;
+    }
+    if (reply != nullptr)
+      *reply = parsed;
+    else
+      cJSON_Delete(parsed);
+  }
+  return MapResult(result);
+}
+
+int zm_init(bool initialize_db) {
+  FrameState& state = State();
+  if (state.initialized) {
+    ZLOG(0, "Media library already initialized");
+    return 0;
+  }
+  if (state.config.AssignPath(zolo::SysrootPath("/etc/media.conf").c_str()) != 0) return -1;
+  if (state.config.Load() != 0) return -1;
+
+  MediaModel* model = MediaModel::Instance();
+  if (!model->IsConnected()) {
+    std::string database;
+    std::string initial;
+    state.config.GetValue("Application", "database", "/var/lib/zolo/media.db", &database);
+    state.config.GetValue("Application", "database_initial", "/usr/share/media/initial.sql",
+                          &initial);
+    int connected = initialize_db ? model->Initialize(zolo::SysrootPath(database),
+                                                      zolo::SysrootPath(initial))
+                                  : model->Connect(zolo::SysrootPath(database));
+    if (connected < 0) return -1;
+  }
+
+  std::string movie_resource;
+  if (zi_get_fwprintenv("movie_resource", &movie_resource) != 0) {
+    ZLOG_AS("zi_info_init", 3, "movie_resource does not found");
+  } else {
+    ZLOG_AS("zi_info_init", 3, "movie_resource: %s", movie_resource.c_str());
+    state.movie_resource = ParseInt(movie_resource);
+  }
+
+  if (Storage::Initialize() < 0) return -1;
+
+  if (state.client == nullptr) {
+    bus_init();
+    state.client = bus_client_new("libzolo_media");
+    if (state.client == nullptr) {
+      ZLOG(0, "Bus initial error");
+      return -1;
+    }
+    if (bus_connect(state.client, 0) < 0) {
+      ZLOG(0, "Bus connect failed");
+      return -1;
+    }
+  }
+  state.initialized = true;
+  return 0;
+}
+
+int zm_release() {
+  FrameState& state = State();
+  if (!state.initialized) {
+    ZLOG(0, "Media library not initialized");
+    return 0;
+  }
+  if (state.client != nullptr) {
+    if (bus_disconnect(state.client) < 0) ZLOG(0, "Bus disconnect failed");
+    bus_client_free(state.client);
+    bus_cleanup();
+  }
+  MediaModel::Instance()->Release();
+  Storage::ReleaseAll();
+  Storage::Deinitialize();
+  state.initialized = false;
+  state.client = nullptr;
+  return 0;
+}
+
+int zm_set_user_data(void* user_data) {
+  bus_client* client = State().client;
+  if (client == nullptr) return -1;
+  return bus_client_set_user_data(client, user_data) != 0 ? -1 : 0;
+}
+
+int zm_execute_db_patch(const char* path) {
+  zolo::RequireText(path);
+  return MediaModel::Instance()->ExecuteFromFile(path);
+}
+
+int zm_execute_db_command(const char* sql) {
+  zolo::RequireText(sql);
+  return MediaModel::Instance()->Execute(sql);
+}
+
+int zm_get_setting(const char* name, std::string* value) {
+  zolo::RequireText(name);
+  if (value == nullptr) return -3;
+  return MediaSetting::QueryValue(name, value);
+}
+
+int zm_set_setting(const char* name, const std::string& value) {
+  if (zm_get_state(nullptr) != 1) return -4;
+  zolo::RequireText(name);
+  MediaSetting* setting = nullptr;
+  if (MediaSetting::Query(name, &setting) < 0 || setting == nullptr) return -5;
+  setting->value(value);
+  int saved = setting->Save();
+  delete setting;
+  if (saved < 0) return -1;
+
+  std::string key(name);
+  if (key == "storage" || key == "sub_storage") {
+    cJSON* payload = cJSON_CreateObject();
+    cJSON_AddBoolToObject(payload, "update", true);
+    cJSON_AddNumberToObject(payload, "index", key == "storage" ? 0 : 1);
+    zm_call_media_method("check_storage_status", payload, nullptr, zolo::kCallTimeout);
+    cJSON_Delete(payload);
+    return 0;
+  }
+  if (key == "cycling") {
+    zm_call_media_method("check_storage_status", nullptr, nullptr, zolo::kCallTimeout);
+    return 0;
+  }
+  static const std::unordered_map<std::string, const char*> kModeMethods = {
+      {"framerate_mode", "set_framerate_mode"},
+      {"backup", "set_backup_mode"},
+      {"interactive", "set_interactive_mode"},
+  };
+  auto method = kModeMethods.find(key);
+  if (method == kModeMethods.end()) return 0;
+  cJSON* payload = cJSON_CreateObject();
+  cJSON_AddNumberToObject(payload, "mode", ParseInt(value));
+  int result = zm_call_media_method(method->second, payload, nullptr, zolo::kCallTimeout);
+  cJSON_Delete(payload);
+  return result;
+}
+
+int zm_set_opt(int option, int value) {
+  try {
+    State().options[option] = value;
+  } catch (const std::exception&) {
+    return -3;
+  }
+  return 0;
+}
+
+int zm_start() { return zm_call_media_method("start", nullptr, nullptr, zolo::kCallTimeout); }
+
+int zm_stop() { return zm_call_media_method("stop", nullptr, nullptr, zolo::kCallTimeout); }
+
+int zm_restart() { return zm_call_media_method("restart", nullptr, nullptr, zolo::kCallTimeout); }
+
+int zm_get_state(std::string* name) {
+  cJSON* reply = nullptr;
+  int result = zm_call_media_method("get_state", nullptr, &reply, zolo::kCallTimeout);
+  if (result != 0) {
+    cJSON_Delete(reply);
+    return result;
+  }
+  const cJSON* id = cJSON_GetObjectItem(reply, "id");
+  int state = cJSON_IsNumber(id) ? id->valueint : -1;
+  if (name != nullptr) {
+    const cJSON* text = cJSON_GetObjectItem(reply, "name");
+    *name = cJSON_IsString(text) ? text->valuestring : "";
+  }
+  cJSON_Delete(reply);
+  return state;
+}

@@ -35,10 +35,12 @@ class Database {
   void ExecScript(const std::string& sql);
 
   SQLite::Database& raw() { return db_; }
+  int busy_timeout_ms() const { return busy_timeout_ms_; }
   const std::string& path() const { return path_; }
 
  private:
   std::string path_;
+  int busy_timeout_ms_;
   SQLite::Database db_;
   std::recursive_mutex mutex_;
   std::unordered_map<std::string, std::unique_ptr<SQLite::Statement>> statements_;
