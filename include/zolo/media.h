@@ -12,3 +12,6 @@
 #include <zolo/yuvjpeg.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
+#include <zolo/storage.h>
+#include <zolo/media/frame.h>
+#include <zolo/media/signal.h>

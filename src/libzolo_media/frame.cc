@@ -41,8 +41,8 @@ FrameState& State() {
 // Engine reply codes and the library codes they become. Codes absent here become -1.
 const std::unordered_map<int, int>& ResultCodeTable() {
   static const std::unordered_map<int, int> table = {
-      {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},  {-1004, -4},  {-1005, -5},
-      {-1006, -10}, {-1009, -11}, {-1011, -7},  {-1012, -7},  {-1013, -8},  {-1014, -9},
+      {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},  {-1004, -4}, {-1005, -5},
+      {-1006, -10}, {-1009, -11}, {-1011, -7},  {-1012, -7},  {-1013, -8}, {-1014, -9},
       {-1015, -12}, {-1016, -13}, {-1017, -14}, {-1018, -15},
   };
   return table;
@@ -67,11 +67,17 @@ int ParseInt(const std::string& text) {
 
 namespace zolo {
 
-Config& MediaConfig() { return State().config; }
+Config& MediaConfig() {
+  return State().config;
+}
 
-bus_client* MediaBusClient() { return State().client; }
+bus_client* MediaBusClient() {
+  return State().client;
+}
 
-int MovieResource() { return State().movie_resource; }
+int MovieResource() {
+  return State().movie_resource;
+}
 
 int MediaOption(int option, int fallback) {
   const auto& options = State().options;
@@ -108,8 +114,8 @@ int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply
                                   timeout);
     cJSON_free(text);
   } else {
-    result = bus_method_call_sync(State().client, "media", method, nullptr, 0, buffer, &length,
-                                  timeout);
+    result =
+        bus_method_call_sync(State().client, "media", method, nullptr, 0, buffer, &length, timeout);
   }
   if (length > 0) {
     result = -1;
@@ -142,9 +148,9 @@ int zm_init(bool initialize_db) {
     state.config.GetValue("Application", "database", "/var/lib/zolo/media.db", &database);
     state.config.GetValue("Application", "database_initial", "/usr/share/media/initial.sql",
                           &initial);
-    int connected = initialize_db ? model->Initialize(zolo::SysrootPath(database),
-                                                      zolo::SysrootPath(initial))
-                                  : model->Connect(zolo::SysrootPath(database));
+    int connected = initialize_db
+                        ? model->Initialize(zolo::SysrootPath(database), zolo::SysrootPath(initial))
+                        : model->Connect(zolo::SysrootPath(database));
     if (connected < 0) return -1;
   }
 
@@ -261,11 +267,17 @@ int zm_set_opt(int option, int value) {
   return 0;
 }
 
-int zm_start() { return zm_call_media_method("start", nullptr, nullptr, zolo::kCallTimeout); }
+int zm_start() {
+  return zm_call_media_method("start", nullptr, nullptr, zolo::kCallTimeout);
+}
 
-int zm_stop() { return zm_call_media_method("stop", nullptr, nullptr, zolo::kCallTimeout); }
+int zm_stop() {
+  return zm_call_media_method("stop", nullptr, nullptr, zolo::kCallTimeout);
+}
 
-int zm_restart() { return zm_call_media_method("restart", nullptr, nullptr, zolo::kCallTimeout); }
+int zm_restart() {
+  return zm_call_media_method("restart", nullptr, nullptr, zolo::kCallTimeout);
+}
 
 int zm_get_state(std::string* name) {
   cJSON* reply = nullptr;

@@ -1,0 +1,153 @@
+// Signals from the simulated engine to registered callbacks, parsed and raw.
+#include <gtest/gtest.h>
+#include <zolo/media.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "engine_fixture.h"
+
+namespace {
+
+using zolo::test::EngineTest;
+
+struct Seen {
+  std::mutex mutex;
+  std::condition_variable changed;
+  std::vector<std::string> names;
+  std::vector<std::string> texts;  // a field of the record, or the raw payload
+  std::vector<void*> user_data;
+  bool WaitFor(size_t n) {
+    std::unique_lock<std::mutex> lock(mutex);
+    return changed.wait_for(lock, std::chrono::seconds(5), [&] { return names.size() >= n; });
+  }
+  void Add(const char* name, std::string text, void* user) {
+    std::lock_guard<std::mutex> lock(mutex);
+    names.push_back(name ? name : "(null)");
+    texts.push_back(std::move(text));
+    user_data.push_back(user);
+    changed.notify_all();
+  }
+};
+Seen* g_seen = nullptr;
+
+void OnAudioLevel(const char* name, void* data, void* user) {
+  auto* level = static_cast<media_sig_audio_level*>(data);
+  g_seen->Add(name, std::string(level->name) + ":" + std::to_string(level->level), user);
+}
+
+void OnRaw(const char* name, void* data, void* user) {
+  g_seen->Add(name, static_cast<const char*>(data), user);
+}
+
+void OnRecording(const char* name, void* data, void* user) {
+  auto* created = static_cast<media_sig_recording_created*>(data);
+  g_seen->Add(name, std::to_string(created->id), user);
+}
+
+class SignalDispatchTest : public EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+    g_seen = &seen_;
+  }
+  void TearDown() override {
+    zm_set_opt(0, 1);
+    for (const char* name : {"audio_level", "recording_created", "status"})
+      zm_unregister_signal(name);
+    EngineTest::TearDown();
+    g_seen = nullptr;
+  }
+  // Emits, then makes one call so that everything emitted before has crossed the bus.
+  void EmitAndSettle(const char* name, const char* payload) {
+    ASSERT_EQ(sim_.Emit(name, payload), 0);
+    zm_get_state(nullptr);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  Seen seen_;
+};
+
+TEST_F(SignalDispatchTest, ParsedRecordsReachTheCallbackWithNameAndUserData) {
+  int marker;
+  ASSERT_EQ(zm_set_user_data(&marker), 0);
+  ASSERT_EQ(zm_register_signal("audio_level", OnAudioLevel), 0);
+  ASSERT_EQ(zm_register_signal("recording_created", OnRecording), 0);
+  ASSERT_EQ(sim_.Emit("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})"), 0);
+  ASSERT_EQ(sim_.Emit("recording_created", R"({"Id":41,"Name":"rec"})"), 0);
+  ASSERT_TRUE(seen_.WaitFor(2));
+  EXPECT_EQ(seen_.names[0], "audio_level");
+  EXPECT_EQ(seen_.texts[0], "in1:-12");
+  EXPECT_EQ(seen_.user_data[0], &marker);
+  EXPECT_EQ(seen_.names[1], "recording_created");
+  EXPECT_EQ(seen_.texts[1], "41");
+}
+
+TEST_F(SignalDispatchTest, IncompletePayloadsAndUnregisteredNamesCallNothing) {
+  ASSERT_EQ(zm_register_signal("audio_level", OnAudioLevel), 0);
+  EmitAndSettle("audio_level", R"({"Name":"in1","Level":-12,"Left":-1})");  // no "Right"
+  EmitAndSettle("audio_level", "garbage");
+  EmitAndSettle("status", R"({"State":"x","Streams":[]})");  // nobody registered
+  ASSERT_EQ(zm_unregister_signal("audio_level"), 0);
+  EmitAndSettle("audio_level", R"({"Name":"in1","Level":1,"Left":1,"Right":1})");
+  std::lock_guard<std::mutex> lock(seen_.mutex);
+  EXPECT_TRUE(seen_.names.empty());
+}
+
+TEST_F(SignalDispatchTest, OptionZeroHandsOverTheRawPayload) {
+  ASSERT_EQ(zm_set_opt(0, 0), 0);
+  ASSERT_EQ(zm_register_signal("status", OnRaw), 0);
+  ASSERT_EQ(sim_.Emit("status", "not even json"), 0);
+  ASSERT_TRUE(seen_.WaitFor(1));
+  EXPECT_EQ(seen_.names[0], "status");
+  EXPECT_EQ(seen_.texts[0], "not even json");
+}
+
+TEST_F(SignalDispatchTest, UnknownNamesAndOddPaths) {
+  EXPECT_EQ(zm_register_signal("audio_levels", OnAudioLevel), -3);
+  EXPECT_EQ(zm_unregister_signal("audio_levels"), -3);
+  EXPECT_THROW(zm_register_signal(nullptr, OnAudioLevel), std::logic_error);
+  ASSERT_EQ(zm_register_signal("audio_level", OnAudioLevel), 0);
+  const char payload[] = R"({"Name":"x","Level":1,"Left":2,"Right":3})";
+  // A path with an extra component still reaches the callback of its signal.
+  zm_signal_handler(nullptr, nullptr, "media/signal/audio_level/x", const_cast<char*>(payload), 0);
+  ASSERT_TRUE(seen_.WaitFor(1));
+  EXPECT_EQ(seen_.names[0], "audio_level");
+  zm_signal_handler(nullptr, nullptr, "media/signal/audio_level", const_cast<char*>(payload), 0);
+  zm_signal_handler(nullptr, nullptr, "audio_level", const_cast<char*>(payload), 0);
+  zm_signal_handler(nullptr, nullptr, nullptr, const_cast<char*>(payload), 0);
+  zm_signal_handler(nullptr, nullptr, "media/signal/audio_level/1", nullptr, 0);
+  std::lock_guard<std::mutex> lock(seen_.mutex);
+  EXPECT_EQ(seen_.names.size(), 1u);
+}
+
+std::atomic<int> g_storm_calls{0};
+void CountStorm(const char*, void*, void*) {
+  ++g_storm_calls;
+}
+
+TEST_F(SignalDispatchTest, AStormWhileRegisteringAndUnregisteringIsHarmless) {
+  std::atomic<bool> done{false};
+  std::thread emitter([&] {
+    for (int i = 0; i < 2000; ++i)
+      sim_.Emit("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
+    done = true;
+  });
+  while (!done) {
+    zm_register_signal("audio_level", CountStorm);
+    zm_unregister_signal("audio_level");
+  }
+  emitter.join();
+  ASSERT_EQ(zm_register_signal("audio_level", CountStorm), 0);
+  g_storm_calls = 0;
+  EmitAndSettle("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
+  for (int i = 0; i < 100 && g_storm_calls.load() == 0; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_GE(g_storm_calls.load(), 1);
+}
+
+}  // namespace

@@ -1,0 +1,45 @@
+#include "engine_fixture.h"
+
+#include <zolo/media.h>
+
+#include <cstdlib>
+
+namespace zolo::test {
+
+PrivateBus* EngineTest::bus_ = nullptr;
+
+void EngineTest::SetUpTestSuite() {
+  bus_ = new PrivateBus();
+}
+
+void EngineTest::TearDownTestSuite() {
+  delete bus_;
+  bus_ = nullptr;
+}
+
+void EngineTest::PrepareSandbox() {
+  sandbox_ = std::make_unique<Sandbox>();
+  sandbox_->WriteFile("/etc/media.conf", ReadFile(SourceDir() + "/data/media.conf"));
+  sandbox_->WriteFile("/usr/share/media/initial.sql", ReadFile(SourceDir() + "/data/initial.sql"));
+  sandbox_->MakeDir("/var/lib/zolo");
+  std::string command =
+      SourceDir() + "/scripts/make-fw-env.sh " + sandbox_->root() + " movie_resource=2 >/dev/null";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+}
+
+void EngineTest::SetUp() {
+  ASSERT_TRUE(bus_ != nullptr && bus_->ok()) << "dbus-daemon did not start";
+  PrepareSandbox();
+  ASSERT_EQ(sim_.Start(), 0);
+  ASSERT_EQ(zm_init(true), 0);
+  initialized_ = true;
+}
+
+void EngineTest::TearDown() {
+  if (initialized_) zm_release();
+  initialized_ = false;
+  sim_.Stop();
+  sandbox_.reset();
+}
+
+}  // namespace zolo::test
