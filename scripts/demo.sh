@@ -8,11 +8,14 @@ repo=$PWD
 
 bash scripts/setup.sh
 cmake -S . -B build >/dev/null
-cmake --build build -j"$(nproc)" --target zmctl >/dev/null
+cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim >/dev/null
 
 root=$(mktemp -d /tmp/zolo-demo-XXXXXX)
 mounted=""
+pids=()
 cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
   if [ -n "$mounted" ]; then umount "$mounted" 2>/dev/null || umount -l "$mounted" || true; fi
   rm -rf "$root"
 }
@@ -32,7 +35,17 @@ if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=256m tmpfs "$root/media/SD" 2>
   mounted="$root/media/SD"
 fi
 
+# A private message bus with the simulated engine on it.
+sed "s|@SOCKET@|$root/bus.socket|" data/dbus/private-bus.conf.in >"$root/bus.conf"
+dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
+pids+=($!)
+export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
+for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
+build/tools/zolo-media-sim/zolo-media-sim --demo-signals >/dev/null &
+pids+=($!)
+
 zmctl() { "$repo/build/tools/zmctl/zmctl" --sandbox "$root" "$@"; }
+for _ in $(seq 100); do zmctl state >/dev/null 2>&1 && break; sleep 0.05; done
 step() { printf '\n== %s\n' "$*"; }
 
 echo "sandbox root: $root"
@@ -49,7 +62,18 @@ step "a snapshot: colour bars to JPEG"
 zmctl testframe "$root/var/lib/zolo/media/images/bars.yuv" --width 1280 --height 720
 zmctl jpeg "$root/var/lib/zolo/media/images/bars.yuv" "$root/var/lib/zolo/media/images/bars.jpg" \
       --width 1280 --height 720 --quality 90
+step "the media engine (simulated, on a private bus)"
+zmctl state
+zmctl setting get storage
+zmctl setting set backup 1
+zmctl setting get backup
+zmctl service restart
+step "three seconds of live signals"
+zmctl signals watch audio_level streaming_duration --seconds 3
+step "a refused call: an unknown setting"
+zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"
+zmctl --json state
 zmctl --json storage list
 echo
 echo "demo finished; the sandbox is removed on exit"

@@ -14,6 +14,7 @@ struct Context {
   int status = 0;
 };
 
+void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);
 

@@ -15,6 +15,7 @@ int main(int argc, char** argv) {
   app.parse_complete_callback([&context] {
     if (!context.sandbox.empty()) setenv("ZOLO_SYSROOT", context.sandbox.c_str(), 1);
   });
+  zmctl::AddFrameCommands(app, context);
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
   try {

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <cstring>
 #include <iostream>
+#include <string>
 
 #include "zolo_media_sim.h"
 
@@ -14,6 +15,9 @@ int main(int argc, char** argv) {
   int state = zolo::sim::kIdle;
   app.add_option("--state", state, "Initial engine state (1 idle, 3 recording, 4 paused)")
       ->capture_default_str();
+  bool demo_signals = false;
+  app.add_flag("--demo-signals", demo_signals,
+               "Emit \"audio_level\" and \"streaming_duration\" once a second");
   CLI11_PARSE(app, argc, argv);
 
   sigset_t signals;
@@ -29,8 +33,18 @@ int main(int argc, char** argv) {
     return 1;
   }
   std::cout << "zolo-media-sim: serving zolo.media" << std::endl;
-  int received = 0;
-  sigwait(&signals, &received);
+  struct timespec second = {1, 0};
+  for (int tick = 1;; ++tick) {
+    int received =
+        demo_signals ? sigtimedwait(&signals, nullptr, &second) : sigwaitinfo(&signals, nullptr);
+    if (received > 0) break;
+    if (!demo_signals) continue;
+    simulator.Emit("audio_level",
+                   "{\"Name\":\"Audio-Mix\",\"Level\":" + std::to_string(-20 - tick % 7) +
+                       ",\"Left\":-21,\"Right\":-19}");
+    simulator.Emit("streaming_duration",
+                   "{\"Name\":\"movie1\",\"Duration\":" + std::to_string(tick) + ",\"Type\":1}");
+  }
   simulator.Stop();
   return 0;
 }
