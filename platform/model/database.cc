@@ -11,7 +11,9 @@ int OpenFlags(bool create) {
 }  // namespace
 
 Database::Database(const std::string& path, bool create, int busy_timeout_ms)
-    : path_(path), busy_timeout_ms_(busy_timeout_ms), db_(path, OpenFlags(create), busy_timeout_ms) {
+    : path_(path),
+      busy_timeout_ms_(busy_timeout_ms),
+      db_(path, OpenFlags(create), busy_timeout_ms) {
   // A file that is not a database fails here rather than on the first query.
   db_.exec("PRAGMA journal_mode=WAL");
   db_.exec("PRAGMA foreign_keys=ON");
@@ -27,7 +29,8 @@ SQLite::Statement& Database::Prepared(const std::string& sql) {
   if (it == statements_.end())
     it = statements_.emplace(sql, std::make_unique<SQLite::Statement>(db_, sql)).first;
   SQLite::Statement& statement = *it->second;
-  statement.reset();
+  // A statement whose last step failed reports that error again on reset; it is stale news.
+  statement.tryReset();
   statement.clearBindings();
   return statement;
 }

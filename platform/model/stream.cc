@@ -1,6 +1,216 @@
 #include "zolo_model/stream.h"
 
+#include <cjson/cJSON.h>
+
+#include <map>
+
 #include "zolo_model/media_model.h"
+#include "zolo_model/stream_metadata.h"
+
+namespace {
+
+struct TypeName {
+  int type;
+  const char* name;
+};
+constexpr TypeName kTypes[] = {
+    {1, "file"}, {2, "network"}, {3, "preview"}, {4, "display"}, {5, "audio"}};
+
+constexpr const char* kColumns =
+    "SELECT id, name, type, COALESCE(channel_id, 0), COALESCE(codec_parameter_preset_id, 0), "
+    "container, destination, aux_text, enable, enable_option1, enable_option2, enable_option3, "
+    "suspend, parameters, authentication FROM stream ";
+
+// One JSON object member: reads go through a parsed copy, writes print it back.
+struct JsonText {
+  explicit JsonText(const std::string& text) : json(cJSON_Parse(text.c_str())) {
+    if (!cJSON_IsObject(json)) {
+      cJSON_Delete(json);
+      json = cJSON_CreateObject();
+    }
+  }
+  ~JsonText() { cJSON_Delete(json); }
+  JsonText(const JsonText&) = delete;
+  JsonText& operator=(const JsonText&) = delete;
+  const cJSON* Get(const std::string& key) const {
+    return cJSON_GetObjectItemCaseSensitive(json, key.c_str());
+  }
+  void Set(const std::string& key, cJSON* value) {
+    if (Get(key) != nullptr)
+      cJSON_ReplaceItemInObjectCaseSensitive(json, key.c_str(), value);
+    else
+      cJSON_AddItemToObject(json, key.c_str(), value);
+  }
+  std::string Print() const {
+    char* text = cJSON_PrintUnformatted(json);
+    std::string result = text ? text : "{}";
+    cJSON_free(text);
+    return result;
+  }
+  cJSON* json;
+};
+
+bool Exists(const std::string& text, const std::string& key) {
+  return JsonText(text).Get(key) != nullptr;
+}
+
+int ObtainInt(const std::string& text, const std::string& key, int fallback) {
+  const cJSON* item = JsonText(text).Get(key);
+  if (cJSON_IsNumber(item)) return item->valueint;
+  if (cJSON_IsBool(item)) return cJSON_IsTrue(item) ? 1 : 0;
+  return fallback;
+}
+
+int ObtainText(const std::string& text, const std::string& key, std::string* value) {
+  JsonText json(text);
+  const cJSON* item = json.Get(key);
+  if (!cJSON_IsString(item) || value == nullptr) return -5;
+  *value = item->valuestring;
+  return 0;
+}
+
+int SetMember(std::string* text, const std::string& key, cJSON* value) {
+  if (value == nullptr) return -1;
+  JsonText json(*text);
+  json.Set(key, value);
+  *text = json.Print();
+  return 0;
+}
+
+}  // namespace
+
+Stream::~Stream() = default;
+
+int Stream::StringToType(const std::string& type) {
+  for (const auto& entry : kTypes)
+    if (type == entry.name) return entry.type;
+  return 0;
+}
+
+std::string Stream::TypeToString(int type) {
+  for (const auto& entry : kTypes)
+    if (type == entry.type) return entry.name;
+  return "unknown";
+}
+
+int Stream::QueryList(const std::string& where, const std::vector<std::string>& texts, bool visible,
+                      std::vector<Stream*>* out) {
+  if (out == nullptr) return -3;
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  std::vector<Stream*> found;
+  try {
+    auto lock = db->Lock();
+    std::string sql = std::string(kColumns) + "WHERE (" + where + ")" +
+                      (visible ? " AND hidden = 0" : "") + " ORDER BY id";
+    SQLite::Statement& query = db->Prepared(sql);
+    for (size_t i = 0; i < texts.size(); ++i) query.bind(static_cast<int>(i + 1), texts[i]);
+    while (query.executeStep()) {
+      auto* stream = new Stream();
+      found.push_back(stream);
+      stream->id_ = query.getColumn(0).getInt();
+      stream->name_ = query.getColumn(1).getString();
+      stream->type_ = query.getColumn(2).getString();
+      stream->channel_id_ = query.getColumn(3).getInt();
+      stream->preset_id_ = query.getColumn(4).getInt();
+      stream->container_ = query.getColumn(5).getString();
+      stream->destination_ = query.getColumn(6).getString();
+      stream->aux_text_ = query.getColumn(7).getString();
+      for (int flag = 0; flag < 4; ++flag)
+        stream->enable_[flag] = query.getColumn(8 + flag).getInt() != 0;
+      stream->suspend_ = query.getColumn(12).getInt() != 0;
+      stream->parameters_ = query.getColumn(13).getString();
+      stream->authentication_ = query.getColumn(14).getString();
+    }
+    query.reset();
+    // Related objects, loaded after the stream statement is done with.
+    for (Stream* stream : found) {
+      Channel* channel = nullptr;
+      if (stream->channel_id_ > 0 && Channel::QueryById(stream->channel_id_, &channel) == 0)
+        stream->channel_.reset(channel);
+      CodecParameterPreset* preset = nullptr;
+      if (stream->preset_id_ > 0 &&
+          CodecParameterPreset::QueryById(stream->preset_id_, &preset) == 0)
+        stream->preset_.reset(preset);
+    }
+  } catch (const std::exception&) {
+    MediaModel::CleanQuery(&found);
+    return -1;
+  }
+  out->insert(out->end(), found.begin(), found.end());
+  return 0;
+}
+
+int Stream::QueryById(int id, bool visible, Stream** out) {
+  if (out == nullptr) return -3;
+  std::vector<Stream*> found;
+  int result = QueryList("id = CAST(?1 AS INTEGER)", {std::to_string(id)}, visible, &found);
+  if (result != 0) return result;
+  if (found.empty()) return -5;
+  *out = found.front();
+  for (size_t i = 1; i < found.size(); ++i) delete found[i];
+  return 0;
+}
+
+int Stream::QueryByTypeName(const char* type, const char* name, bool visible,
+                            std::vector<Stream*>* out) {
+  if (type != nullptr && name != nullptr)
+    return QueryList("type = ?1 AND name = ?2", {type, name}, visible, out);
+  if (type != nullptr) return QueryList("type = ?1", {type}, visible, out);
+  if (name != nullptr) return QueryList("name = ?1", {name}, visible, out);
+  return QueryList("1", {}, visible, out);
+}
+
+int Stream::QueryByTypeName(const char* type, const char* name, std::vector<Stream*>* out) {
+  return QueryByTypeName(type, name, false, out);
+}
+
+int Stream::QueryByPattern(const std::string& pattern, bool visible, std::vector<Stream*>* out) {
+  return QueryList("name LIKE ?1", {pattern}, visible, out);
+}
+
+int Stream::QueryByPattern(const std::string& pattern, std::vector<Stream*>* out) {
+  return QueryByPattern(pattern, false, out);
+}
+
+int Stream::QueryByDestPattern(const std::string& pattern, bool visible,
+                               std::vector<Stream*>* out) {
+  return QueryList("destination LIKE ?1", {pattern}, visible, out);
+}
+
+int Stream::Update(Stream* stream) {
+  if (stream == nullptr) return -3;
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& update = db->Prepared(
+        "UPDATE stream SET destination = ?, enable = ?, enable_option1 = ?, enable_option2 = ?, "
+        "enable_option3 = ?, suspend = ?, parameters = ?, authentication = ? WHERE id = ?");
+    update.bind(1, stream->destination_);
+    for (int flag = 0; flag < 4; ++flag) update.bind(2 + flag, stream->enable_[flag] ? 1 : 0);
+    update.bind(6, stream->suspend_ ? 1 : 0);
+    update.bind(7, stream->parameters_);
+    update.bind(8, stream->authentication_);
+    update.bind(9, stream->id_);
+    return update.exec() == 1 ? 0 : -5;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+int Stream::Remove(int id) {
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& remove = db->Prepared("DELETE FROM stream WHERE id = ?");
+    remove.bind(1, id);
+    return remove.exec() == 1 ? 0 : -5;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
 
 uint64_t Stream::TotalFileBitrate(bool sub) {
   zolo::model::Database* db = MediaModel::Instance()->database();
@@ -19,4 +229,48 @@ uint64_t Stream::TotalFileBitrate(bool sub) {
   } catch (const std::exception&) {
     return 0;
   }
+}
+
+int Stream::QueryMetadata(std::vector<StreamMetadata*>* out) const {
+  return StreamMetadata::QueryByStream(id_, out);
+}
+
+bool Stream::IsParameterExisted(const std::string& key) const {
+  return Exists(parameters_, key);
+}
+
+int Stream::ObtainParameter(const std::string& key, int fallback) const {
+  return ObtainInt(parameters_, key, fallback);
+}
+
+int Stream::ObtainStrParameter(const std::string& key, std::string* value) const {
+  return ObtainText(parameters_, key, value);
+}
+
+int Stream::UpdateParameter(const std::string& key, int value) {
+  return SetMember(&parameters_, key, cJSON_CreateNumber(value));
+}
+
+int Stream::UpdateParameter(const std::string& key, const std::string& value) {
+  return SetMember(&parameters_, key, cJSON_CreateString(value.c_str()));
+}
+
+bool Stream::IsAuthenticationExisted(const std::string& key) const {
+  return Exists(authentication_, key);
+}
+
+int Stream::ObtainAuthentication(const std::string& key, int fallback) const {
+  return ObtainInt(authentication_, key, fallback);
+}
+
+int Stream::ObtainStrAuthentication(const std::string& key, std::string* value) const {
+  return ObtainText(authentication_, key, value);
+}
+
+int Stream::UpdateAuthentication(const std::string& key, int value) {
+  return SetMember(&authentication_, key, cJSON_CreateNumber(value));
+}
+
+int Stream::UpdateAuthentication(const std::string& key, const std::string& value) {
+  return SetMember(&authentication_, key, cJSON_CreateString(value.c_str()));
 }

@@ -1,13 +1,103 @@
-// Stream: an output of the engine (table "stream"). So far the storage budget's needs:
-// the total bitrate of the recording files.
+// Stream: an output of the engine (table "stream"): a recording file, a network push, a
+// preview, a display or an audio port, bound to a channel and a codec parameter preset.
+//
+// Queries return heap objects the caller deletes (MediaModel::CleanQuery for vectors), in
+// id order, and a negative value on failure (-1 database, -3 bad argument, -5 not found for
+// single-object queries); an empty list is 0. "visible" queries leave out the engine's
+// hidden streams. A stream owns the channel and preset loaded with it.
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "zolo_model/channel.h"
+#include "zolo_model/codec_parameter_preset.h"
+
+class StreamMetadata;
 
 class Stream {
  public:
+  // Stream types by number: 1 file, 2 network, 3 preview, 4 display, 5 audio; 0 unknown.
+  static int StringToType(const std::string& type);
+  static std::string TypeToString(int type);
+
+  static int QueryById(int id, bool visible, Stream** out);
+  // Streams of `type` and `name`; a null text matches any.
+  static int QueryByTypeName(const char* type, const char* name, bool visible,
+                             std::vector<Stream*>* out);
+  static int QueryByTypeName(const char* type, const char* name, std::vector<Stream*>* out);
+  // Streams whose name, respectively destination, matches the SQL LIKE `pattern`.
+  static int QueryByPattern(const std::string& pattern, bool visible, std::vector<Stream*>* out);
+  static int QueryByPattern(const std::string& pattern, std::vector<Stream*>* out);
+  static int QueryByDestPattern(const std::string& pattern, bool visible,
+                                std::vector<Stream*>* out);
+  // Writes every field of `stream` back. 0; -5 when it no longer exists; -1.
+  static int Update(Stream* stream);
+  // Deletes stream `id` and its metadata rows. 0; -5 when it does not exist; -1.
+  static int Remove(int id);
   // Sum of the "bitrate" parameters (kilobits per second) of the enabled, not suspended
-  // file streams written to the sub storage (`sub`) or the main storage. 0 when there are
-  // none or the database cannot be read.
+  // file streams written to the sub storage (`sub`) or the main storage; 0 when unknown.
   static uint64_t TotalFileBitrate(bool sub);
+
+  // This stream's metadata rows (new objects the caller deletes). 0 or -1.
+  int QueryMetadata(std::vector<StreamMetadata*>* out) const;
+
+  ~Stream();
+
+  int id() const { return id_; }
+  const std::string& name() const { return name_; }
+  const std::string& type() const { return type_; }
+  Channel* channel() const { return channel_.get(); }
+  CodecParameterPreset* codec_parameter_preset() const { return preset_.get(); }
+  // Container name ("mp4"); empty when none.
+  const std::string& container() const { return container_; }
+  const std::string& destination() const { return destination_; }
+  void destination(const std::string& destination) { destination_ = destination; }
+  const std::string& aux_text() const { return aux_text_; }
+  bool enable() const { return enable_[0]; }
+  void enable(bool on) { enable_[0] = on; }
+  // Flags 1..3 beside the first enable flag.
+  bool enable_option(int i) const { return i >= 1 && i <= 3 && enable_[i]; }
+  void enable_option(int i, bool on) {
+    if (i >= 1 && i <= 3) enable_[i] = on;
+  }
+  bool suspend() const { return suspend_; }
+  void suspend(bool on) { suspend_ = on; }
+
+  // Parameters and authentication values (JSON objects).
+  bool IsParameterExisted(const std::string& key) const;
+  int ObtainParameter(const std::string& key, int fallback) const;
+  // 0 with `*value` set when `key` holds text; -5 otherwise.
+  int ObtainStrParameter(const std::string& key, std::string* value) const;
+  int UpdateParameter(const std::string& key, int value);
+  int UpdateParameter(const std::string& key, const std::string& value);
+  bool IsAuthenticationExisted(const std::string& key) const;
+  int ObtainAuthentication(const std::string& key, int fallback) const;
+  int ObtainStrAuthentication(const std::string& key, std::string* value) const;
+  int UpdateAuthentication(const std::string& key, int value);
+  int UpdateAuthentication(const std::string& key, const std::string& value);
+  const std::string& parameters() const { return parameters_; }
+  const std::string& authentication() const { return authentication_; }
+
+ private:
+  Stream() = default;
+  static int QueryList(const std::string& where, const std::vector<std::string>& texts,
+                       bool visible, std::vector<Stream*>* out);
+
+  int id_ = 0;
+  std::string name_;
+  std::string type_;
+  int channel_id_ = 0;
+  int preset_id_ = 0;
+  std::unique_ptr<Channel> channel_;
+  std::unique_ptr<CodecParameterPreset> preset_;
+  std::string container_;
+  std::string destination_;
+  std::string aux_text_;
+  bool enable_[4] = {false, false, false, false};
+  bool suspend_ = false;
+  std::string parameters_ = "{}";
+  std::string authentication_ = "{}";
 };

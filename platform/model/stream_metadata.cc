@@ -1,0 +1,150 @@
+#include "zolo_model/stream_metadata.h"
+
+#include <sqlite3.h>
+
+#include "zolo_model/media_model.h"
+#include "zolo_model/stream.h"
+
+namespace {
+
+bool IsConstraint(const SQLite::Exception& e) {
+  return (e.getErrorCode() & 0xff) == SQLITE_CONSTRAINT;
+}
+
+}  // namespace
+
+int StreamMetadataKey::Add() {
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& insert = db->Prepared("INSERT INTO stream_metadata_key (key) VALUES (?)");
+    insert.bind(1, key_);
+    insert.exec();
+    id_ = static_cast<int>(db->raw().getLastInsertRowid());
+    return 0;
+  } catch (const SQLite::Exception& e) {
+    return IsConstraint(e) ? -2 : -1;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+int StreamMetadataKey::Update() {
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& update = db->Prepared("UPDATE stream_metadata_key SET key = ? WHERE id = ?");
+    update.bind(1, key_);
+    update.bind(2, id_);
+    return update.exec() == 1 ? 0 : -5;
+  } catch (const SQLite::Exception& e) {
+    return IsConstraint(e) ? -2 : -1;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+int StreamMetadataKey::Remove(int id) {
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& remove = db->Prepared("DELETE FROM stream_metadata_key WHERE id = ?");
+    remove.bind(1, id);
+    return remove.exec() == 1 ? 0 : -5;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+StreamMetadata::StreamMetadata(const Stream* stream, const StreamMetadataKey* key,
+                               std::string value)
+    : stream_id_(stream ? stream->id() : 0),
+      key_(key ? *key : StreamMetadataKey(std::string())),
+      value_(std::move(value)) {}
+
+int StreamMetadata::QueryWhere(const char* sql, int id, bool bind,
+                               std::vector<StreamMetadata*>* out) {
+  if (out == nullptr) return -3;
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  std::vector<StreamMetadata*> found;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& query = db->Prepared(sql);
+    if (bind) query.bind(1, id);
+    while (query.executeStep()) {
+      auto* row = new StreamMetadata();
+      found.push_back(row);
+      row->id_ = query.getColumn(0).getInt();
+      row->stream_id_ = query.getColumn(1).getInt();
+      row->key_.id_ = query.getColumn(2).getInt();
+      row->key_.key_ = query.getColumn(3).getString();
+      row->value_ = query.getColumn(4).getString();
+    }
+    query.reset();
+  } catch (const std::exception&) {
+    MediaModel::CleanQuery(&found);
+    return -1;
+  }
+  out->insert(out->end(), found.begin(), found.end());
+  return 0;
+}
+
+#define METADATA_COLUMNS                                                                \
+  "SELECT m.id, COALESCE(m.stream_id, 0), k.id, k.key, m.value FROM stream_metadata m " \
+  "JOIN stream_metadata_key k ON k.id = m.key_id "
+
+int StreamMetadata::QueryAll(std::vector<StreamMetadata*>* out) {
+  return QueryWhere(METADATA_COLUMNS "ORDER BY m.id", 0, false, out);
+}
+
+int StreamMetadata::QueryByStream(int stream_id, std::vector<StreamMetadata*>* out) {
+  return QueryWhere(METADATA_COLUMNS "WHERE m.stream_id = ? ORDER BY m.id", stream_id, true, out);
+}
+
+int StreamMetadata::QueryById(int id, StreamMetadata** out) {
+  if (out == nullptr) return -3;
+  std::vector<StreamMetadata*> found;
+  int result = QueryWhere(METADATA_COLUMNS "WHERE m.id = ?", id, true, &found);
+  if (result != 0) return result;
+  if (found.empty()) return -5;
+  *out = found.front();
+  return 0;
+}
+
+int StreamMetadata::Add(StreamMetadata* row) {
+  if (row == nullptr) return -3;
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& insert = db->Prepared(
+        "INSERT INTO stream_metadata (stream_id, key_id, value) VALUES (NULLIF(?, 0), ?, ?)");
+    insert.bind(1, row->stream_id_);
+    insert.bind(2, row->key_.id_);
+    insert.bind(3, row->value_);
+    insert.exec();
+    row->id_ = static_cast<int>(db->raw().getLastInsertRowid());
+    return 0;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+int StreamMetadata::Update(StreamMetadata* row) {
+  if (row == nullptr) return -3;
+  zolo::model::Database* db = MediaModel::Instance()->database();
+  if (db == nullptr) return -1;
+  try {
+    auto lock = db->Lock();
+    SQLite::Statement& update = db->Prepared("UPDATE stream_metadata SET value = ? WHERE id = ?");
+    update.bind(1, row->value_);
+    update.bind(2, row->id_);
+    return update.exec() == 1 ? 0 : -5;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
