@@ -42,3 +42,32 @@ struct zm_stream {
   char ndi_discovery_server[512];
   int ndi_stream_bandwidth;
 };
+
+#include <string>
+#include <vector>
+
+class Stream;
+
+// Appends the record of `stream` (nothing for null) / of each stream, in order.
+ZM_EXPORT void zm_convert_stream_data(Stream* stream, std::vector<zm_stream>* out);
+ZM_EXPORT void zm_convert_stream_data(const std::vector<Stream*>& streams,
+                                      std::vector<zm_stream>* out);
+
+// Stream queries. Each appends records to `out` (never cleared) and returns 0; -3 for a
+// missing argument or output vector; -5 when the database query fails.
+// Streams of `type` (required) and `name` (null: any name).
+ZM_EXPORT int zm_get_stream(const char* type, const char* name, std::vector<zm_stream>* out);
+// The stream `id` (1 or more).
+ZM_EXPORT int zm_get_stream(int id, std::vector<zm_stream>* out);
+// Streams whose name matches the SQL LIKE `pattern` ("%" and "_" wildcards).
+ZM_EXPORT int zm_get_stream_by_pattern(const char* pattern, std::vector<zm_stream>* out);
+// Schedule streams (names containing "sched").
+ZM_EXPORT int zm_get_schedule_stream(std::vector<zm_stream>* out);
+// WebRTC streams (destinations "webrtc://...").
+ZM_EXPORT int zm_get_webrtc_stream(std::vector<zm_stream>* out);
+// Channel id of the first stream of `type` and `name` (0 when it has no channel, or no
+// stream matched); -3 when both are null; -5 when the query fails.
+ZM_EXPORT int zm_get_stream_channel_id(const char* type, const char* name);
+// Video codec parameters (JSON text) of the preset of the first stream of `type` and
+// `name`. 0; -3 when either is null; -5 when a query fails or nothing matched.
+ZM_EXPORT int zm_get_stream_codec_param(const char* type, const char* name, std::string* out);
