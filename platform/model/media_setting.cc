@@ -49,15 +49,6 @@ int MediaSetting::QueryValue(const std::string& name, int* value) {
 }
 
 int MediaSetting::Save() {
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& update = db->Prepared("UPDATE setting SET value = ? WHERE id = ?");
-    update.bind(1, value_);
-    update.bind(2, id_);
-    return update.exec() == 1 ? 0 : -1;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  int result = zolo::model::ChangeOneRow("UPDATE setting SET value = ? WHERE id = ?", value_, id_);
+  return result == 0 ? 0 : -1;
 }

@@ -180,36 +180,16 @@ int Stream::QueryByDestPattern(const std::string& pattern, bool visible,
 
 int Stream::Update(Stream* stream) {
   if (stream == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& update = db->Prepared(
-        "UPDATE stream SET destination = ?, enable = ?, enable_option1 = ?, enable_option2 = ?, "
-        "enable_option3 = ?, suspend = ?, parameters = ?, authentication = ? WHERE id = ?");
-    update.bind(1, stream->destination_);
-    for (int flag = 0; flag < 4; ++flag) update.bind(2 + flag, stream->enable_[flag] ? 1 : 0);
-    update.bind(6, stream->suspend_ ? 1 : 0);
-    update.bind(7, stream->parameters_);
-    update.bind(8, stream->authentication_);
-    update.bind(9, stream->id_);
-    return update.exec() == 1 ? 0 : -5;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  auto flag = [stream](int i) { return stream->enable_[i] ? 1 : 0; };
+  return zolo::model::ChangeOneRow(
+      "UPDATE stream SET destination = ?, enable = ?, enable_option1 = ?, enable_option2 = ?, "
+      "enable_option3 = ?, suspend = ?, parameters = ?, authentication = ? WHERE id = ?",
+      stream->destination_, flag(0), flag(1), flag(2), flag(3), stream->suspend_ ? 1 : 0,
+      stream->parameters_, stream->authentication_, stream->id_);
 }
 
 int Stream::Remove(int id) {
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& remove = db->Prepared("DELETE FROM stream WHERE id = ?");
-    remove.bind(1, id);
-    return remove.exec() == 1 ? 0 : -5;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return zolo::model::ChangeOneRow("DELETE FROM stream WHERE id = ?", id);
 }
 
 uint64_t Stream::TotalFileBitrate(bool sub) {

@@ -1,62 +1,25 @@
 #include "zolo_model/stream_metadata.h"
 
-#include <sqlite3.h>
-
 #include "zolo_model/media_model.h"
 #include "zolo_model/stream.h"
 
-namespace {
-
-bool IsConstraint(const SQLite::Exception& e) {
-  return (e.getErrorCode() & 0xff) == SQLITE_CONSTRAINT;
-}
-
-}  // namespace
-
 int StreamMetadataKey::Add() {
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& insert = db->Prepared("INSERT INTO stream_metadata_key (key) VALUES (?)");
+  return zolo::model::WithMediaDatabase([this](zolo::model::Database& db) {
+    SQLite::Statement& insert = db.Prepared("INSERT INTO stream_metadata_key (key) VALUES (?)");
     insert.bind(1, key_);
     insert.exec();
-    id_ = static_cast<int>(db->raw().getLastInsertRowid());
+    id_ = static_cast<int>(db.raw().getLastInsertRowid());
     return 0;
-  } catch (const SQLite::Exception& e) {
-    return IsConstraint(e) ? -2 : -1;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  });
 }
 
 int StreamMetadataKey::Update() {
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& update = db->Prepared("UPDATE stream_metadata_key SET key = ? WHERE id = ?");
-    update.bind(1, key_);
-    update.bind(2, id_);
-    return update.exec() == 1 ? 0 : -5;
-  } catch (const SQLite::Exception& e) {
-    return IsConstraint(e) ? -2 : -1;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return zolo::model::ChangeOneRow("UPDATE stream_metadata_key SET key = ? WHERE id = ?", key_,
+                                   id_);
 }
 
 int StreamMetadataKey::Remove(int id) {
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& remove = db->Prepared("DELETE FROM stream_metadata_key WHERE id = ?");
-    remove.bind(1, id);
-    return remove.exec() == 1 ? 0 : -5;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return zolo::model::ChangeOneRow("DELETE FROM stream_metadata_key WHERE id = ?", id);
 }
 
 StreamMetadata::StreamMetadata(const Stream* stream, const StreamMetadataKey* key,
@@ -136,15 +99,6 @@ int StreamMetadata::Add(StreamMetadata* row) {
 
 int StreamMetadata::Update(StreamMetadata* row) {
   if (row == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& update = db->Prepared("UPDATE stream_metadata SET value = ? WHERE id = ?");
-    update.bind(1, row->value_);
-    update.bind(2, row->id_);
-    return update.exec() == 1 ? 0 : -5;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return zolo::model::ChangeOneRow("UPDATE stream_metadata SET value = ? WHERE id = ?", row->value_,
+                                   row->id_);
 }
