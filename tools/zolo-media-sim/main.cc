@@ -15,9 +15,11 @@ int main(int argc, char** argv) {
   int state = zolo::sim::kIdle;
   app.add_option("--state", state, "Initial engine state (1 idle, 3 recording, 4 paused)")
       ->capture_default_str();
+  std::string database;
+  app.add_option("--database", database, "Media database the stream methods read");
   bool demo_signals = false;
   app.add_flag("--demo-signals", demo_signals,
-               "Emit \"audio_level\" and \"streaming_duration\" once a second");
+               "Emit \"audio_level\" once a second, and \"streaming_duration\" while recording");
   CLI11_PARSE(app, argc, argv);
 
   sigset_t signals;
@@ -28,6 +30,7 @@ int main(int argc, char** argv) {
 
   zolo::sim::MediaSimulator simulator;
   simulator.set_state(state);
+  simulator.set_database(database);
   if (int r = simulator.Start(); r < 0) {
     std::cerr << "zolo-media-sim: cannot serve zolo.media: " << std::strerror(-r) << '\n';
     return 1;
@@ -42,6 +45,7 @@ int main(int argc, char** argv) {
     simulator.Emit("audio_level",
                    "{\"Name\":\"Audio-Mix\",\"Level\":" + std::to_string(-20 - tick % 7) +
                        ",\"Left\":-21,\"Right\":-19}");
+    if (simulator.state() != zolo::sim::kRecording) continue;
     simulator.Emit("streaming_duration",
                    "{\"Name\":\"movie1\",\"Duration\":" + std::to_string(tick) + ",\"Type\":1}");
   }

@@ -4,10 +4,13 @@
 #include <systemd/sd-bus.h>
 #include <unistd.h>
 #include <zolo_bus_names.h>
+#include <zolo_model/media_model.h>
+#include <zolo_model/stream.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <ctime>
 #include <list>
 #include <thread>
 
@@ -50,10 +53,17 @@ struct MediaSimulator::Impl {
   std::map<std::string, Forced> forced;
   std::vector<Request> requests;
   std::list<Delayed> delayed;
+  std::string database_path;
+  long recording_started = 0;
+  int next_recording = 1;
 
   static int OnMessage(sd_bus_message* message, void* user, sd_bus_error* error);
   void Answer(sd_bus_message* call, const std::string& reply);
   void Loop();
+  // Emits a signal while the mutex is held (from a handler).
+  void EmitLocked(const std::string& name, const std::string& payload) {
+    sd_bus_emit_signal(bus, "/zolo/media", "zolo.Media.Signal", name.c_str(), "s", payload.c_str());
+  }
   void Wake() {
     uint64_t one = 1;
     ssize_t ignored = write(wake_fd, &one, sizeof one);
@@ -161,6 +171,56 @@ void MediaSimulator::Impl::Loop() {
   }
 }
 
+namespace {
+
+// The streams a start or stop touches: enabled, not suspended file and network streams, or
+// the network streams named `name` when one is given.
+cJSON* StreamItems(const std::string& database, const char* name, long start, long stop) {
+  if (!MediaModel::Instance()->IsConnected() && !database.empty())
+    MediaModel::Instance()->Connect(database);
+  cJSON* items = cJSON_CreateArray();
+  std::vector<Stream*> streams;
+  if (name != nullptr)
+    Stream::QueryByTypeName("network", name, true, &streams);
+  else
+    Stream::QueryByTypeName(nullptr, nullptr, true, &streams);
+  for (Stream* stream : streams) {
+    if (name == nullptr && (!stream->enable() || stream->suspend() ||
+                            (stream->type() != "file" && stream->type() != "network")))
+      continue;
+    cJSON* item = cJSON_CreateObject();
+    cJSON_AddStringToObject(item, "Name", stream->name().c_str());
+    cJSON_AddStringToObject(item, "Channel",
+                            stream->channel() ? stream->channel()->name().c_str() : "");
+    cJSON_AddStringToObject(item, "Destination", stream->destination().c_str());
+    cJSON_AddStringToObject(item, "Type", stream->type().c_str());
+    cJSON_AddNumberToObject(item, "StartTime", static_cast<double>(start));
+    if (stop > 0) cJSON_AddNumberToObject(item, "StopTime", static_cast<double>(stop));
+    cJSON_AddNumberToObject(item, "Duration", static_cast<double>(stop > 0 ? stop - start : 0));
+    cJSON_AddNumberToObject(item, "Error", 0);
+    cJSON_AddItemToArray(items, item);
+  }
+  MediaModel::CleanQuery(&streams);
+  return items;
+}
+
+std::string StreamsReply(cJSON* items, int recording = 0) {
+  cJSON* reply = cJSON_CreateObject();
+  cJSON_AddItemToObject(reply, "Streams", items);
+  if (recording > 0) cJSON_AddNumberToObject(reply, "Recording", recording);
+  return Reply(0, reply);
+}
+
+std::string NameOf(const std::string& payload) {
+  cJSON* json = cJSON_Parse(payload.c_str());
+  const cJSON* name = cJSON_GetObjectItem(json, "name");
+  std::string result = cJSON_IsString(name) ? name->valuestring : "";
+  cJSON_Delete(json);
+  return result;
+}
+
+}  // namespace
+
 MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
   auto ok = [](const std::string&, MediaSimulator&) { return Reply(0); };
   Handle("get_state", [](const std::string&, MediaSimulator& sim) {
@@ -177,6 +237,59 @@ MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
     sim.impl_->state = kIdle;
     return Reply(0);
   });
+  // Recording: 1 idle -> 3 recording <-> 4 paused -> 1 idle, with the engine's signals.
+  Handle("start_streams", [](const std::string&, MediaSimulator& sim) {
+    Impl& impl = *sim.impl_;
+    if (impl.state != kIdle && impl.state != kPaused) return Reply(-1004);
+    if (impl.state == kIdle) impl.recording_started = static_cast<long>(time(nullptr));
+    impl.state = kRecording;
+    impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
+    return StreamsReply(StreamItems(impl.database_path, nullptr, impl.recording_started, 0));
+  });
+  Handle("pause_streams", [](const std::string&, MediaSimulator& sim) {
+    Impl& impl = *sim.impl_;
+    if (impl.state != kRecording) return Reply(-1004);
+    impl.state = kPaused;
+    impl.EmitLocked("streaming_state", R"({"State":"paused","Flags":""})");
+    return Reply(0);
+  });
+  Handle("resume_streams", [](const std::string&, MediaSimulator& sim) {
+    Impl& impl = *sim.impl_;
+    if (impl.state != kPaused) return Reply(-1004);
+    impl.state = kRecording;
+    impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
+    return Reply(0);
+  });
+  Handle("stop_streams", [](const std::string&, MediaSimulator& sim) {
+    Impl& impl = *sim.impl_;
+    if (impl.state != kRecording && impl.state != kPaused) return Reply(-1004);
+    impl.state = kIdle;
+    int id = impl.next_recording++;
+    long now = static_cast<long>(time(nullptr));
+    std::string reply =
+        StreamsReply(StreamItems(impl.database_path, nullptr, impl.recording_started, now), id);
+    impl.EmitLocked("streaming_state", R"({"State":"idle","Flags":""})");
+    impl.EmitLocked("recording_created", "{\"Id\":" + std::to_string(id) + ",\"Name\":\"recording" +
+                                             std::to_string(id) + "\"}");
+    return reply;
+  });
+  Handle("get_stream_status", [](const std::string&, MediaSimulator& sim) {
+    Impl& impl = *sim.impl_;
+    long now = static_cast<long>(time(nullptr));
+    bool active = impl.state == kRecording || impl.state == kPaused;
+    return StreamsReply(active
+                            ? StreamItems(impl.database_path, nullptr, impl.recording_started, now)
+                            : cJSON_CreateArray());
+  });
+  for (const char* method : {"start_network_streams", "stop_network_streams"}) {
+    bool stop = std::strcmp(method, "stop_network_streams") == 0;
+    Handle(method, [stop](const std::string& payload, MediaSimulator& sim) {
+      std::string name = NameOf(payload);
+      if (name.empty()) return Reply(-1003);
+      long now = static_cast<long>(time(nullptr));
+      return StreamsReply(StreamItems(sim.impl_->database_path, name.c_str(), now, stop ? now : 0));
+    });
+  }
   // Lets a shell or another process drive the simulator: {"name": signal, "payload": text}.
   Handle("sim_emit", [](const std::string& payload, MediaSimulator& sim) {
     cJSON* json = cJSON_Parse(payload.c_str());
@@ -327,6 +440,16 @@ int MediaSimulator::Emit(const std::string& name, const std::string& payload) {
                              payload.c_str());
   impl_->Wake();  // the loop writes the queued message out
   return r < 0 ? r : 0;
+}
+
+void MediaSimulator::set_database(const std::string& path) {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  impl_->database_path = path;
+}
+
+int MediaSimulator::next_recording_id() const {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  return impl_->next_recording;
 }
 
 }  // namespace zolo::sim

@@ -71,3 +71,37 @@ ZM_EXPORT int zm_get_stream_channel_id(const char* type, const char* name);
 // Video codec parameters (JSON text) of the preset of the first stream of `type` and
 // `name`. 0; -3 when either is null; -5 when a query fails or nothing matched.
 ZM_EXPORT int zm_get_stream_codec_param(const char* type, const char* name, std::string* out);
+
+#include <map>
+
+// Stream control. Each reads the engine state first and returns -4 without asking the
+// engine further when it does not allow the call: start needs 1 (idle) or 4 (paused), pause
+// 3 (recording), resume 4, stop 3 or 4. Otherwise the engine's mapped result.
+// Starts recording and streaming; `filenames` (may be null) names the file of each stream.
+// With `out`, appends one record per started stream (name, channel, destination, start).
+ZM_EXPORT int zm_start_stream(std::vector<zm_stream>* out, bool persist,
+                              const std::map<std::string, std::string>* filenames);
+ZM_EXPORT int zm_pause_stream(bool persist);
+ZM_EXPORT int zm_resume_stream(bool persist);
+// Stops; `recording_id` (may be null) receives the new recording's id (0 when none).
+ZM_EXPORT int zm_stop_stream(std::vector<zm_stream>* out, unsigned* recording_id, bool persist);
+// Starts / stops the network stream `name` (and, when configured, the NDI preview companion
+// "preview-ndi-sub" of an H.264/H.265 NDI stream). -3 for a null name.
+ZM_EXPORT int zm_start_network_streams(const char* name, std::vector<zm_stream>* out);
+ZM_EXPORT int zm_stop_network_streams(const char* name, std::vector<zm_stream>* out);
+// Live status of the running streams (name, type, destination, duration, error).
+ZM_EXPORT int zm_get_streaming_status(std::vector<zm_stream>* out);
+
+// Stream flags in the database, each change announced to the engine. -3 for a null name or
+// pattern; -5 when the query fails.
+// Sets the first enable flag of the streams named `name`; "preview" also sets the flag of
+// the streams matching "preview_" (without announcing them).
+ZM_EXPORT int zm_enable_stream(const char* name, int enable);
+// Sets the first three / four enable flags of the streams matching the LIKE `pattern`.
+ZM_EXPORT int zm_enable_stream(const char* pattern, int enable, int option1, int option2);
+ZM_EXPORT int zm_enable_stream(const char* pattern, int enable, int option1, int option2,
+                               int option3);
+ZM_EXPORT int zm_suspend_stream(const char* pattern, int suspend);
+// Removes stream `id` (1 or more); removing an H.264/H.265 NDI stream may disable every NDI
+// stream when the NDI preview companion is configured. 0, -3, -5 or the model's result.
+ZM_EXPORT int zm_remove_stream(int id);

@@ -67,6 +67,12 @@ class MediaSimulator {
   // Emits signal `name` with `payload`. 0, or a negative errno-style code. Thread-safe.
   int Emit(const std::string& name, const std::string& payload);
 
+  // Media database the stream methods read (opened on first use when the process has not
+  // connected the model itself).
+  void set_database(const std::string& path);
+  // Id the next stopped recording gets.
+  int next_recording_id() const;
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;

@@ -1,0 +1,162 @@
+// Stream control over the bus: engine-state rules, replies, NDI companion, database flags.
+#include <gtest/gtest.h>
+#include <zolo/media.h>
+#include <zolo_model/stream.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "engine_fixture.h"
+
+namespace {
+
+using zolo::sim::Forced;
+using zolo::test::EngineTest;
+
+class StreamControlTest : public EngineTest {
+ protected:
+  void SetNdiCompanion(bool on) {
+    sandbox_->WriteFile("/etc/media.conf", "[Engine]\nadd_ndi_preview_stream_simultaneously=" +
+                                               std::string(on ? "1" : "0") + "\n");
+    // The configuration is read when the library starts.
+    zm_release();
+    ASSERT_EQ(zm_init(true), 0);
+  }
+  std::vector<std::string> Methods() {
+    std::vector<std::string> methods;
+    for (const auto& r : sim_.Requests()) methods.push_back(r.method);
+    return methods;
+  }
+  void Exec(const char* sql) { ASSERT_EQ(zm_execute_db_command(sql), 0); }
+  bool Enabled(const char* name) {
+    std::vector<zm_stream> out;
+    zm_get_stream_by_pattern(name, &out);
+    return !out.empty() && out.front().enable == 1;
+  }
+};
+
+TEST_F(StreamControlTest, EngineStateRulesRefuseWithoutAsking) {
+  struct Case {
+    int state;
+    int (*call)();
+  };
+  auto start = [] { return zm_start_stream(nullptr, false, nullptr); };
+  auto pause = [] { return zm_pause_stream(false); };
+  auto resume = [] { return zm_resume_stream(false); };
+  auto stop = [] { return zm_stop_stream(nullptr, nullptr, false); };
+  const Case refused[] = {{3, start},  {0, start},  {4, pause}, {1, pause},
+                          {1, resume}, {3, resume}, {1, stop},  {2, stop}};
+  for (const auto& c : refused) {
+    sim_.set_state(c.state);
+    sim_.ClearRequests();
+    EXPECT_EQ(c.call(), -4) << "state " << c.state;
+    EXPECT_EQ(Methods(), std::vector<std::string>{"get_state"});
+  }
+}
+
+TEST_F(StreamControlTest, ARecordingStartsPausesResumesAndStops) {
+  std::map<std::string, std::string> names = {{"movie1", "keynote"}, {"backup1", "b"}};
+  std::vector<zm_stream> started;
+  ASSERT_EQ(zm_start_stream(&started, true, &names), 0);
+  EXPECT_EQ(sim_.state(), zolo::sim::kRecording);
+  EXPECT_EQ(sim_.Requests("start_streams").back().payload,
+            R"({"persist":true,"filenames":[{"stream":"backup1","filename":"b"},)"
+            R"({"stream":"movie1","filename":"keynote"}]})");
+  ASSERT_FALSE(started.empty());
+  EXPECT_STREQ(started[0].name, "movie1");
+  EXPECT_STREQ(started[0].channel_name, "Video-Capture1");
+  EXPECT_GT(started[0].start_time, 0);
+  EXPECT_EQ(zm_pause_stream(false), 0);
+  EXPECT_EQ(sim_.Requests("pause_streams").back().payload, R"({"persist":false})");
+  EXPECT_EQ(zm_resume_stream(false), 0);
+  std::vector<zm_stream> status;
+  EXPECT_EQ(zm_get_streaming_status(&status), 0);
+  EXPECT_FALSE(status.empty());
+  EXPECT_STREQ(status[0].type, "file");
+  std::vector<zm_stream> stopped;
+  unsigned recording = 0;
+  int expected = sim_.next_recording_id();
+  ASSERT_EQ(zm_stop_stream(&stopped, &recording, false), 0);
+  EXPECT_EQ(recording, static_cast<unsigned>(expected));
+  ASSERT_FALSE(stopped.empty());
+  EXPECT_GE(stopped[0].stop_time, stopped[0].start_time);
+  EXPECT_EQ(sim_.state(), zolo::sim::kIdle);
+}
+
+TEST_F(StreamControlTest, MissingReplyMembersTakeTheirDefaults) {
+  sim_.Force("start_streams",
+             Forced{Forced::kNoCode, 0, 0, R"({"code":0,"Streams":[{"Name":"x","Channel":7}]})"});
+  std::vector<zm_stream> out;
+  ASSERT_EQ(zm_start_stream(&out, false, nullptr), 0);
+  ASSERT_EQ(out.size(), 1u);
+  EXPECT_EQ(out[0].start_time, -1);
+  EXPECT_STREQ(out[0].channel_name, "");  // a number where text belongs
+  sim_.set_state(zolo::sim::kRecording);
+  sim_.Force("stop_streams", Forced{Forced::kNoCode, 0, 0, R"({"code":0})"});
+  unsigned recording = 99;
+  EXPECT_EQ(zm_stop_stream(nullptr, &recording, false), 0);
+  EXPECT_EQ(recording, 0u);
+  sim_.Force("stop_streams", Forced{Forced::kCode, -1013, 0, ""});
+  EXPECT_EQ(zm_stop_stream(nullptr, &recording, false), -8);
+  EXPECT_EQ(zm_get_streaming_status(nullptr), -3);
+}
+
+TEST_F(StreamControlTest, NdiStreamsBringTheirPreviewCompanionWhenConfigured) {
+  for (bool on : {true, false}) {
+    SetNdiCompanion(on);
+    sim_.ClearRequests();
+    EXPECT_EQ(zm_start_network_streams("ndi1", nullptr), 0);
+    EXPECT_EQ(zm_stop_network_streams("ndi1", nullptr), 0);
+    auto starts = sim_.Requests("start_network_streams");
+    ASSERT_EQ(starts.size(), on ? 2u : 1u);
+    EXPECT_EQ(starts[0].payload, R"({"name":"ndi1"})");
+    if (on) {
+      EXPECT_EQ(starts[1].payload, R"({"name":"preview-ndi-sub"})");
+    }
+    EXPECT_EQ(sim_.Requests("stop_network_streams").size(), on ? 2u : 1u);
+  }
+  SetNdiCompanion(true);
+  sim_.ClearRequests();
+  std::vector<zm_stream> out;
+  EXPECT_EQ(zm_start_network_streams("rtmp1", &out), 0);  // not NDI: no companion
+  EXPECT_EQ(sim_.Requests("start_network_streams").size(), 1u);
+  EXPECT_EQ(zm_start_network_streams(nullptr, &out), -3);
+}
+
+TEST_F(StreamControlTest, EnableSuspendAndRemoveKeepTheEngineInformed) {
+  Exec("UPDATE stream SET enable = 0 WHERE name LIKE 'preview%'");
+  sim_.ClearRequests();
+  ASSERT_EQ(zm_enable_stream("preview", 1), 0);
+  EXPECT_TRUE(Enabled("preview"));
+  EXPECT_TRUE(Enabled("preview1"));
+  EXPECT_TRUE(Enabled("preview2"));
+  EXPECT_FALSE(Enabled("preview-ndi-sub"));
+  EXPECT_EQ(sim_.Requests("change_media_data").size(), 1u);  // only "preview" itself
+  ASSERT_EQ(zm_enable_stream("sched%", 1, 1, 0, 1), 0);
+  std::vector<zm_stream> sched;
+  zm_get_schedule_stream(&sched);
+  EXPECT_EQ(sched[0].enable_option1, 1);
+  EXPECT_EQ(sched[0].enable_option2, 0);
+  EXPECT_EQ(sched[0].enable_option3, 1);
+  ASSERT_EQ(zm_suspend_stream("sched-rtmp1", 1), 0);
+  sched.clear();
+  zm_get_schedule_stream(&sched);
+  EXPECT_EQ(sched[0].suspend, 1);
+  EXPECT_EQ(zm_enable_stream(nullptr, 1), -3);
+  EXPECT_EQ(zm_suspend_stream(nullptr, 1), -3);
+
+  SetNdiCompanion(true);
+  Exec("UPDATE stream SET enable = 1 WHERE destination LIKE 'ndi://%'");
+  std::vector<zm_stream> ndi;
+  zm_get_stream_by_pattern("ndi1", &ndi);
+  sim_.ClearRequests();
+  ASSERT_EQ(zm_remove_stream(ndi[0].id), 0);
+  EXPECT_FALSE(Enabled("preview-ndi-sub"));
+  EXPECT_EQ(sim_.Requests("change_media_data").back().payload,
+            "{\"type\":2,\"data\":2,\"id\":" + std::to_string(ndi[0].id) + "}");
+  EXPECT_EQ(zm_remove_stream(ndi[0].id), -5);
+  EXPECT_EQ(zm_remove_stream(0), -3);
+}
+
+}  // namespace
