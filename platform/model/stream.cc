@@ -51,11 +51,13 @@ struct JsonText {
 };
 
 bool Exists(const std::string& text, const std::string& key) {
-  return JsonText(text).Get(key) != nullptr;
+  JsonText json(text);
+  return json.Get(key) != nullptr;
 }
 
 int ObtainInt(const std::string& text, const std::string& key, int fallback) {
-  const cJSON* item = JsonText(text).Get(key);
+  JsonText json(text);  // owns what `item` points into
+  const cJSON* item = json.Get(key);
   if (cJSON_IsNumber(item)) return item->valueint;
   if (cJSON_IsBool(item)) return cJSON_IsTrue(item) ? 1 : 0;
   return fallback;
