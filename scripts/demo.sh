@@ -41,7 +41,7 @@ dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
 pids+=($!)
 export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
 for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
-build/tools/zolo-media-sim/zolo-media-sim --demo-signals >/dev/null &
+build/tools/zolo-media-sim/zolo-media-sim --demo-signals --database "$root/var/lib/zolo/media.db" >/dev/null &
 pids+=($!)
 
 zmctl() { "$repo/build/tools/zmctl/zmctl" --sandbox "$root" "$@"; }
@@ -68,8 +68,19 @@ zmctl setting get storage
 zmctl setting set backup 1
 zmctl setting get backup
 zmctl service restart
-step "three seconds of live signals"
-zmctl signals watch audio_level streaming_duration --seconds 3
+step "two seconds of live signals"
+zmctl signals watch audio_level --seconds 2
+step "the configured recording files and network outputs"
+zmctl stream list --type file
+zmctl stream list --type network
+step "a recording: start, watch, pause, resume, stop"
+zmctl record start --file movie1=demo_take
+zmctl signals watch streaming_duration --count 2
+zmctl record pause
+zmctl state
+zmctl record resume
+zmctl status
+zmctl record stop
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

@@ -1,6 +1,7 @@
 // What every zmctl command shares: the output style and the exit status.
 #pragma once
 
+#include <zolo/media.h>
 #include <CLI/CLI.hpp>
 
 #include "output.h"
@@ -14,6 +15,22 @@ struct Context {
   int status = 0;
 };
 
+// The library, brought up for one command and released afterwards.
+class Session {
+ public:
+  Session() : result_(zm_init(true)) {}
+  ~Session() {
+    if (result_ == 0) zm_release();
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+  int result() const { return result_; }
+
+ private:
+  int result_;
+};
+
+void AddStreamCommands(CLI::App& app, Context& context);
 void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);

@@ -18,19 +18,6 @@ namespace zmctl {
 
 namespace {
 
-// The library, brought up for one command and released afterwards.
-class Session {
- public:
-  Session() : result_(zm_init(true)) {}
-  ~Session() {
-    if (result_ == 0) zm_release();
-  }
-  int result() const { return result_; }
-
- private:
-  int result_;
-};
-
 // The 39 signal names the engine sends.
 const char* const kSignalNames[] = {"status",
                                     "video_layout",

@@ -16,6 +16,7 @@ int main(int argc, char** argv) {
     if (!context.sandbox.empty()) setenv("ZOLO_SYSROOT", context.sandbox.c_str(), 1);
   });
   zmctl::AddFrameCommands(app, context);
+  zmctl::AddStreamCommands(app, context);
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
   try {
