@@ -16,72 +16,63 @@ struct TypeName {
 constexpr TypeName kTypes[] = {
     {1, "file"}, {2, "network"}, {3, "preview"}, {4, "display"}, {5, "audio"}};
 
+// A stream with its channel and preset (and the preset's codec names) in one row.
 constexpr const char* kColumns =
-    "SELECT id, name, type, COALESCE(channel_id, 0), COALESCE(codec_parameter_preset_id, 0), "
-    "container, destination, aux_text, enable, enable_option1, enable_option2, enable_option3, "
-    "suspend, parameters, authentication FROM stream ";
+    "SELECT s.id, s.name, s.type, COALESCE(s.channel_id, 0), "
+    "COALESCE(s.codec_parameter_preset_id, 0), s.container, s.destination, s.aux_text, s.enable, "
+    "s.enable_option1, s.enable_option2, s.enable_option3, s.suspend, s.parameters, "
+    "s.authentication, c.id, c.name, c.video_source_id, c.audio_source_id, p.id, p.name, "
+    "COALESCE(v.name, ''), COALESCE(a.name, ''), p.video_codec_parameter, "
+    "p.audio_codec_parameter, p.builtin FROM stream s "
+    "LEFT JOIN channel c ON c.id = s.channel_id "
+    "LEFT JOIN codec_parameter_preset p ON p.id = s.codec_parameter_preset_id "
+    "LEFT JOIN codec v ON v.id = p.video_codec_id LEFT JOIN codec a ON a.id = p.audio_codec_id ";
 
-// One JSON object member: reads go through a parsed copy, writes print it back.
-struct JsonText {
-  explicit JsonText(const std::string& text) : json(cJSON_Parse(text.c_str())) {
-    if (!cJSON_IsObject(json)) {
-      cJSON_Delete(json);
-      json = cJSON_CreateObject();
+// The parsed form of `text`, made once; an unparsable text counts as an empty object.
+cJSON* Parsed(const std::string& text, cJSON** cache) {
+  if (*cache == nullptr) {
+    *cache = cJSON_Parse(text.c_str());
+    if (!cJSON_IsObject(*cache)) {
+      cJSON_Delete(*cache);
+      *cache = cJSON_CreateObject();
     }
   }
-  ~JsonText() { cJSON_Delete(json); }
-  JsonText(const JsonText&) = delete;
-  JsonText& operator=(const JsonText&) = delete;
-  const cJSON* Get(const std::string& key) const {
-    return cJSON_GetObjectItemCaseSensitive(json, key.c_str());
-  }
-  void Set(const std::string& key, cJSON* value) {
-    if (Get(key) != nullptr)
-      cJSON_ReplaceItemInObjectCaseSensitive(json, key.c_str(), value);
-    else
-      cJSON_AddItemToObject(json, key.c_str(), value);
-  }
-  std::string Print() const {
-    char* text = cJSON_PrintUnformatted(json);
-    std::string result = text ? text : "{}";
-    cJSON_free(text);
-    return result;
-  }
-  cJSON* json;
-};
-
-bool Exists(const std::string& text, const std::string& key) {
-  JsonText json(text);
-  return json.Get(key) != nullptr;
+  return *cache;
 }
 
-int ObtainInt(const std::string& text, const std::string& key, int fallback) {
-  JsonText json(text);  // owns what `item` points into
-  const cJSON* item = json.Get(key);
+int ObtainInt(const cJSON* json, const std::string& key, int fallback) {
+  const cJSON* item = cJSON_GetObjectItemCaseSensitive(json, key.c_str());
   if (cJSON_IsNumber(item)) return item->valueint;
   if (cJSON_IsBool(item)) return cJSON_IsTrue(item) ? 1 : 0;
   return fallback;
 }
 
-int ObtainText(const std::string& text, const std::string& key, std::string* value) {
-  JsonText json(text);
-  const cJSON* item = json.Get(key);
+int ObtainText(const cJSON* json, const std::string& key, std::string* value) {
+  const cJSON* item = cJSON_GetObjectItemCaseSensitive(json, key.c_str());
   if (!cJSON_IsString(item) || value == nullptr) return -5;
   *value = item->valuestring;
   return 0;
 }
 
-int SetMember(std::string* text, const std::string& key, cJSON* value) {
+int SetMember(std::string* text, cJSON** cache, const std::string& key, cJSON* value) {
   if (value == nullptr) return -1;
-  JsonText json(*text);
-  json.Set(key, value);
-  *text = json.Print();
+  cJSON* json = Parsed(*text, cache);
+  if (cJSON_GetObjectItemCaseSensitive(json, key.c_str()) != nullptr)
+    cJSON_ReplaceItemInObjectCaseSensitive(json, key.c_str(), value);
+  else
+    cJSON_AddItemToObject(json, key.c_str(), value);
+  char* printed = cJSON_PrintUnformatted(json);
+  *text = printed ? printed : "{}";
+  cJSON_free(printed);
   return 0;
 }
 
 }  // namespace
 
-Stream::~Stream() = default;
+Stream::~Stream() {
+  cJSON_Delete(parameters_json_);
+  cJSON_Delete(authentication_json_);
+}
 
 int Stream::StringToType(const std::string& type) {
   for (const auto& entry : kTypes)
@@ -104,7 +95,7 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
   try {
     auto lock = db->Lock();
     std::string sql = std::string(kColumns) + "WHERE (" + where + ")" +
-                      (visible ? " AND hidden = 0" : "") + " ORDER BY id";
+                      (visible ? " AND s.hidden = 0" : "") + " ORDER BY s.id";
     SQLite::Statement& query = db->Prepared(sql);
     for (size_t i = 0; i < texts.size(); ++i) query.bind(static_cast<int>(i + 1), texts[i]);
     while (query.executeStep()) {
@@ -123,18 +114,23 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
       stream->suspend_ = query.getColumn(12).getInt() != 0;
       stream->parameters_ = query.getColumn(13).getString();
       stream->authentication_ = query.getColumn(14).getString();
+      if (!query.getColumn(15).isNull())
+        stream->channel_.reset(
+            new Channel(query.getColumn(15).getInt(), query.getColumn(16).getString(),
+                        query.getColumn(17).getInt(), query.getColumn(18).getInt()));
+      if (!query.getColumn(19).isNull()) {
+        auto* preset = new CodecParameterPreset();
+        stream->preset_.reset(preset);
+        preset->id_ = query.getColumn(19).getInt();
+        preset->name_ = query.getColumn(20).getString();
+        preset->video_codec_name_ = query.getColumn(21).getString();
+        preset->audio_codec_name_ = query.getColumn(22).getString();
+        preset->video_codec_parameter_ = query.getColumn(23).getString();
+        preset->audio_codec_parameter_ = query.getColumn(24).getString();
+        preset->builtin_ = query.getColumn(25).getInt() != 0;
+      }
     }
     query.reset();
-    // Related objects, loaded after the stream statement is done with.
-    for (Stream* stream : found) {
-      Channel* channel = nullptr;
-      if (stream->channel_id_ > 0 && Channel::QueryById(stream->channel_id_, &channel) == 0)
-        stream->channel_.reset(channel);
-      CodecParameterPreset* preset = nullptr;
-      if (stream->preset_id_ > 0 &&
-          CodecParameterPreset::QueryById(stream->preset_id_, &preset) == 0)
-        stream->preset_.reset(preset);
-    }
   } catch (const std::exception&) {
     MediaModel::CleanQuery(&found);
     return -1;
@@ -146,7 +142,7 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
 int Stream::QueryById(int id, bool visible, Stream** out) {
   if (out == nullptr) return -3;
   std::vector<Stream*> found;
-  int result = QueryList("id = CAST(?1 AS INTEGER)", {std::to_string(id)}, visible, &found);
+  int result = QueryList("s.id = CAST(?1 AS INTEGER)", {std::to_string(id)}, visible, &found);
   if (result != 0) return result;
   if (found.empty()) return -5;
   *out = found.front();
@@ -157,9 +153,9 @@ int Stream::QueryById(int id, bool visible, Stream** out) {
 int Stream::QueryByTypeName(const char* type, const char* name, bool visible,
                             std::vector<Stream*>* out) {
   if (type != nullptr && name != nullptr)
-    return QueryList("type = ?1 AND name = ?2", {type, name}, visible, out);
-  if (type != nullptr) return QueryList("type = ?1", {type}, visible, out);
-  if (name != nullptr) return QueryList("name = ?1", {name}, visible, out);
+    return QueryList("s.type = ?1 AND s.name = ?2", {type, name}, visible, out);
+  if (type != nullptr) return QueryList("s.type = ?1", {type}, visible, out);
+  if (name != nullptr) return QueryList("s.name = ?1", {name}, visible, out);
   return QueryList("1", {}, visible, out);
 }
 
@@ -168,7 +164,7 @@ int Stream::QueryByTypeName(const char* type, const char* name, std::vector<Stre
 }
 
 int Stream::QueryByPattern(const std::string& pattern, bool visible, std::vector<Stream*>* out) {
-  return QueryList("name LIKE ?1", {pattern}, visible, out);
+  return QueryList("s.name LIKE ?1", {pattern}, visible, out);
 }
 
 int Stream::QueryByPattern(const std::string& pattern, std::vector<Stream*>* out) {
@@ -177,7 +173,7 @@ int Stream::QueryByPattern(const std::string& pattern, std::vector<Stream*>* out
 
 int Stream::QueryByDestPattern(const std::string& pattern, bool visible,
                                std::vector<Stream*>* out) {
-  return QueryList("destination LIKE ?1", {pattern}, visible, out);
+  return QueryList("s.destination LIKE ?1", {pattern}, visible, out);
 }
 
 int Stream::Update(Stream* stream) {
@@ -218,41 +214,43 @@ int Stream::QueryMetadata(std::vector<StreamMetadata*>* out) const {
 }
 
 bool Stream::IsParameterExisted(const std::string& key) const {
-  return Exists(parameters_, key);
+  return cJSON_GetObjectItemCaseSensitive(Parsed(parameters_, &parameters_json_), key.c_str()) !=
+         nullptr;
 }
 
 int Stream::ObtainParameter(const std::string& key, int fallback) const {
-  return ObtainInt(parameters_, key, fallback);
+  return ObtainInt(Parsed(parameters_, &parameters_json_), key, fallback);
 }
 
 int Stream::ObtainStrParameter(const std::string& key, std::string* value) const {
-  return ObtainText(parameters_, key, value);
+  return ObtainText(Parsed(parameters_, &parameters_json_), key, value);
 }
 
 int Stream::UpdateParameter(const std::string& key, int value) {
-  return SetMember(&parameters_, key, cJSON_CreateNumber(value));
+  return SetMember(&parameters_, &parameters_json_, key, cJSON_CreateNumber(value));
 }
 
 int Stream::UpdateParameter(const std::string& key, const std::string& value) {
-  return SetMember(&parameters_, key, cJSON_CreateString(value.c_str()));
+  return SetMember(&parameters_, &parameters_json_, key, cJSON_CreateString(value.c_str()));
 }
 
 bool Stream::IsAuthenticationExisted(const std::string& key) const {
-  return Exists(authentication_, key);
+  return cJSON_GetObjectItemCaseSensitive(Parsed(authentication_, &authentication_json_),
+                                          key.c_str()) != nullptr;
 }
 
 int Stream::ObtainAuthentication(const std::string& key, int fallback) const {
-  return ObtainInt(authentication_, key, fallback);
+  return ObtainInt(Parsed(authentication_, &authentication_json_), key, fallback);
 }
 
 int Stream::ObtainStrAuthentication(const std::string& key, std::string* value) const {
-  return ObtainText(authentication_, key, value);
+  return ObtainText(Parsed(authentication_, &authentication_json_), key, value);
 }
 
 int Stream::UpdateAuthentication(const std::string& key, int value) {
-  return SetMember(&authentication_, key, cJSON_CreateNumber(value));
+  return SetMember(&authentication_, &authentication_json_, key, cJSON_CreateNumber(value));
 }
 
 int Stream::UpdateAuthentication(const std::string& key, const std::string& value) {
-  return SetMember(&authentication_, key, cJSON_CreateString(value.c_str()));
+  return SetMember(&authentication_, &authentication_json_, key, cJSON_CreateString(value.c_str()));
 }

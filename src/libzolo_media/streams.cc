@@ -32,8 +32,7 @@ int Convert(std::vector<zm_stream>* out, Query query) {
 
 void zm_convert_stream_data(Stream* stream, std::vector<zm_stream>* out) {
   if (stream == nullptr || out == nullptr) return;
-  zm_stream record;
-  std::memset(&record, 0, sizeof record);
+  zm_stream& record = out->emplace_back();  // value-initialised: all zero
   record.id = stream->id();
   CopyText(record.name, stream->name());
   CopyText(record.type, Stream::TypeToString(Stream::StringToType(stream->type())));
@@ -81,10 +80,10 @@ void zm_convert_stream_data(Stream* stream, std::vector<zm_stream>* out) {
     CopyText(record.ndi_discovery_server, text);
   if (stream->IsParameterExisted("ndi_stream_bandwidth"))
     record.ndi_stream_bandwidth = stream->ObtainParameter("ndi_stream_bandwidth", -1);
-  out->push_back(record);
 }
 
 void zm_convert_stream_data(const std::vector<Stream*>& streams, std::vector<zm_stream>* out) {
+  if (out != nullptr) out->reserve(out->size() + streams.size());
   for (Stream* stream : streams) zm_convert_stream_data(stream, out);
 }
 

@@ -1,6 +1,7 @@
 // MediaModel::Execute: one SQL text in a transaction, retried while the database is busy.
 #include <sqlite3.h>
 #include <unistd.h>
+#include <zolo/export.h>
 #include <zolo_model/media_model.h>
 
 #include "common/log.h"
@@ -29,7 +30,8 @@ class NoBusyWait {
 
 }  // namespace
 
-int MediaModel::Execute(const std::string& sql) {
+// Exported from the media library, which owns the retry policy of its SQL.
+ZM_EXPORT int MediaModel::Execute(const std::string& sql) {
   zolo::model::Database* database = this->database();
   if (database == nullptr) {
     ZLOG(0, "MediaModel::Execute: Exception occurs! (%s)", "database not connected");

@@ -16,6 +16,7 @@ class Channel {
   int audio_source() const { return audio_source_; }
 
  private:
+  friend class Stream;  // builds channels from its joined query
   Channel(int id, std::string name, int video, int audio)
       : id_(id), name_(std::move(name)), video_source_(video), audio_source_(audio) {}
   static int Query(const char* sql, bool by_id, int id, const std::string& name, Channel** out);

@@ -20,6 +20,7 @@ class CodecParameterPreset {
   bool builtin() const { return builtin_; }
 
  private:
+  friend class Stream;  // builds presets from its joined query
   CodecParameterPreset() = default;
   int id_ = 0;
   std::string name_;

@@ -13,6 +13,8 @@
 #include <vector>
 
 #include "zolo_model/channel.h"
+
+typedef struct cJSON cJSON;
 #include "zolo_model/codec_parameter_preset.h"
 
 class StreamMetadata;
@@ -45,6 +47,8 @@ class Stream {
   int QueryMetadata(std::vector<StreamMetadata*>* out) const;
 
   ~Stream();
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
 
   int id() const { return id_; }
   const std::string& name() const { return name_; }
@@ -100,4 +104,7 @@ class Stream {
   bool suspend_ = false;
   std::string parameters_ = "{}";
   std::string authentication_ = "{}";
+  // Parsed forms of the two texts, made on first use and kept in step with them.
+  mutable cJSON* parameters_json_ = nullptr;
+  mutable cJSON* authentication_json_ = nullptr;
 };
