@@ -10,6 +10,7 @@
 #include <zolo/config.h>
 #include <zolo/utils.h>
 #include <zolo/yuvjpeg.h>
+#include <zolo/url.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>

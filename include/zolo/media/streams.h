@@ -105,3 +105,43 @@ ZM_EXPORT int zm_suspend_stream(const char* pattern, int suspend);
 // Removes stream `id` (1 or more); removing an H.264/H.265 NDI stream may disable every NDI
 // stream when the NDI preview companion is configured. 0, -3, -5 or the model's result.
 ZM_EXPORT int zm_remove_stream(int id);
+
+// Destinations, parameters and metadata: database changes only; the engine reads them when
+// it next loads its configuration.
+// Sets the destination of every stream named `name`. For "preview", the streams matching
+// "preview_" take the new port, user and password (keeping their own scheme, host and
+// path). 0; -3 for a null name; -5 when the query fails. A null destination throws
+// std::logic_error once a stream is found.
+ZM_EXPORT int zm_set_stream_destination(const char* name, const char* destination);
+// Hands the destinations in order to the enabled, not suspended schedule streams. 0; -3 for
+// an empty list; -5 when the query fails.
+ZM_EXPORT int zm_set_schedule_stream_destination(const std::vector<std::string>& destinations);
+// Sets parameter / authentication value `key` of the streams of `type` and `name` (either
+// may be null, not both). 0; -3; -5 when the query fails.
+ZM_EXPORT int zm_set_stream_param(const char* type, const char* name, const char* key, int value);
+ZM_EXPORT int zm_set_stream_param(const char* type, const char* name, const char* key,
+                                  const char* value);
+ZM_EXPORT int zm_set_stream_auth(const char* type, const char* name, const char* key, int value);
+ZM_EXPORT int zm_set_stream_auth(const char* type, const char* name, const char* key,
+                                 const char* value);
+
+// One metadata row: its key and value.
+struct zm_metadata {
+  int key_id;
+  char key[512];
+  char value[4096];
+};
+
+// Adds key `key` with a default row holding `default_value`. 0, or -1. Null texts throw
+// std::logic_error.
+ZM_EXPORT int zm_add_stream_metadata_key(const char* key, const char* default_value);
+// Renames the key of row `id` (for every row using it) when `key` is given. 0, or -1.
+ZM_EXPORT int zm_set_stream_metadata_key(int id, const char* key);
+// Sets the value of row `id` when `value` is given. 0, or -1.
+ZM_EXPORT int zm_set_stream_metadata(int id, const char* value);
+// Removes key `id` and its rows. 0, or -1.
+ZM_EXPORT int zm_remove_stream_metadata_key(int id);
+// Appends row `id` (0 or less: every row) of all metadata / of the "backupmeta" stream.
+// 0, or -1.
+ZM_EXPORT int zm_get_stream_metadata(int id, std::vector<zm_metadata>* out);
+ZM_EXPORT int zm_get_backup_stream_metadata(int id, std::vector<zm_metadata>* out);
