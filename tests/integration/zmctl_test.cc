@@ -1,0 +1,94 @@
+// zmctl run as a process against the simulated engine: exit status, JSON, error text.
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "engine_fixture.h"
+
+namespace {
+
+using zolo::test::EngineTest;
+
+struct Result {
+  int status;
+  std::string out;
+};
+
+class ZmctlTest : public EngineTest {
+ protected:
+  Result Run(const std::string& arguments) {
+    std::string command = zolo::test::BinaryDir() + "/tools/zmctl/zmctl --sandbox " +
+                          sandbox_->root() + " " + arguments + " 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    Result result{-1, ""};
+    if (pipe == nullptr) return result;
+    char buffer[4096];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) result.out.append(buffer, n);
+    int status = pclose(pipe);
+    result.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+  }
+  // Runs with --json and returns the parsed output (owned by the caller).
+  cJSON* Json(const std::string& arguments) {
+    Result result = Run("--json " + arguments);
+    EXPECT_EQ(result.status, 0) << result.out;
+    cJSON* json = cJSON_Parse(result.out.c_str());
+    EXPECT_NE(json, nullptr) << result.out;
+    return json;
+  }
+};
+
+TEST_F(ZmctlTest, EachFamilyAnswersInJson) {
+  const char* commands[] = {"state",
+                            "setting get storage",
+                            "stream list --type file",
+                            "stream list --pattern preview%",
+                            "metadata list",
+                            "metadata list --backup",
+                            "status",
+                            "network start rtmp1",
+                            "network stop rtmp1",
+                            "stream set-param rtmp1 latency 200",
+                            "stream set-auth srt1 passphrase secret --text --type network",
+                            "stream enable rtmp1 1",
+                            "stream set-destination rtmp1 rtmp://x/live",
+                            "config get Engine min_avail_recording_time"};
+  for (const char* command : commands) {
+    cJSON* json = Json(command);
+    cJSON_Delete(json);
+  }
+  cJSON* state = Json("state");
+  EXPECT_EQ(cJSON_GetObjectItem(state, "id")->valueint, 1);
+  cJSON_Delete(state);
+}
+
+TEST_F(ZmctlTest, ARecordingFromTheCommandLine) {
+  EXPECT_EQ(Run("record start --file movie1=take1").status, 0);
+  EXPECT_EQ(sim_.Requests("start_streams").back().payload,
+            R"({"persist":false,"filenames":[{"stream":"movie1","filename":"take1"}]})");
+  EXPECT_EQ(Run("record pause").status, 0);
+  EXPECT_EQ(Run("record resume").status, 0);
+  cJSON* stopped = Json("record stop");
+  cJSON_Delete(stopped);
+  EXPECT_EQ(sim_.state(), zolo::sim::kIdle);
+}
+
+TEST_F(ZmctlTest, RefusedCallsPrintTheCodeAndFail) {
+  Result pause = Run("record pause");  // idle engine
+  EXPECT_EQ(pause.status, 1);
+  EXPECT_NE(pause.out.find("zm_pause_stream failed: -4"), std::string::npos) << pause.out;
+  Result unknown = Run("setting get no_such_setting");
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_NE(unknown.out.find("-5 (object or setting not found)"), std::string::npos);
+  EXPECT_NE(Run("stream list --id 0").status, 0);
+  EXPECT_NE(Run("record start --file =x").status, 0);
+  EXPECT_NE(Run("no-such-command").status, 0);
+  EXPECT_EQ(Run("--help").status, 0);
+  EXPECT_EQ(Run("stream --help").status, 0);
+}
+
+}  // namespace
