@@ -109,6 +109,34 @@ void BM_raw_sdbus_signals(benchmark::State& state) {
   sd_bus_flush_close_unref(bus);
 }
 
+// One recording cycle: the library also reads the engine state before each command.
+void BM_zm_start_stop_cycle(benchmark::State& state) {
+  for (auto _ : state) {
+    if (zm_start_stream(nullptr, false, nullptr) != 0 ||
+        zm_stop_stream(nullptr, nullptr, false) != 0)
+      state.SkipWithError("cycle failed");
+  }
+}
+
+void BM_raw_start_stop_cycle(benchmark::State& state) {
+  sd_bus* bus = nullptr;
+  sd_bus_open_system(&bus);
+  for (auto _ : state) {
+    for (const char* method : {"start_streams", "stop_streams"}) {
+      sd_bus_message* reply = nullptr;
+      sd_bus_error error = SD_BUS_ERROR_NULL;
+      if (sd_bus_call_method(bus, "zolo.media", "/zolo/media", "zolo.Media", method, &error, &reply,
+                             "s", R"({"persist":false})") < 0)
+        state.SkipWithError("raw call failed");
+      sd_bus_message_unref(reply);
+      sd_bus_error_free(&error);
+    }
+  }
+  sd_bus_flush_close_unref(bus);
+}
+
+BENCHMARK(BM_zm_start_stop_cycle)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
+BENCHMARK(BM_raw_start_stop_cycle)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 BENCHMARK(BM_zm_get_state)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 BENCHMARK(BM_raw_sdbus_get_state)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 BENCHMARK(BM_library_signals)->Unit(benchmark::kMillisecond)->UseManualTime()->Iterations(2);
@@ -135,6 +163,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&argc, argv);
   int result = zolo::bench::RunWithRatios({{"BM_zm_get_state", "BM_raw_sdbus_get_state"},
+                                           {"BM_zm_start_stop_cycle", "BM_raw_start_stop_cycle"},
                                            {"BM_library_signals", "BM_raw_sdbus_signals"}});
   zm_release();
   sim.Stop();
