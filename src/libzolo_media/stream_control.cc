@@ -100,7 +100,8 @@ int NetworkStreams(const char* method, bool stop, const char* name, std::vector<
   int result = zm_call_media_method(method, payload.get(), &raw_reply, zolo::kCallTimeout);
   Json reply(raw_reply);
   if (result == 0)
-    AppendStreams(reply.get(), kName | kChannel | kDestination | kStart | (stop ? unsigned{kStop} : 0u), out);
+    AppendStreams(reply.get(),
+                  kName | kChannel | kDestination | kStart | (stop ? unsigned{kStop} : 0u), out);
   if (!NdiPreviewCompanionWanted()) return result;
 
   const cJSON* streams = cJSON_GetObjectItem(reply.get(), "Streams");
@@ -239,7 +240,10 @@ int zm_enable_stream(const char* name, int enable) {
   return 0;
 }
 
-int zm_enable_stream(const char* pattern, int enable, int option1, int option2) {
+// Sets the first three flags of the streams matching `pattern`, and the fourth when
+// `set_option3`.
+static int EnableByPattern(const char* pattern, int enable, int option1, int option2,
+                           bool set_option3, int option3) {
   if (pattern == nullptr) return -3;
   return ChangeStreams(
       [pattern](std::vector<Stream*>* s) { return Stream::QueryByPattern(pattern, true, s); },
@@ -247,21 +251,17 @@ int zm_enable_stream(const char* pattern, int enable, int option1, int option2) 
         s->enable(enable != 0);
         s->enable_option(1, option1 != 0);
         s->enable_option(2, option2 != 0);
+        if (set_option3) s->enable_option(3, option3 != 0);
       },
       true);
 }
 
+int zm_enable_stream(const char* pattern, int enable, int option1, int option2) {
+  return EnableByPattern(pattern, enable, option1, option2, false, 0);
+}
+
 int zm_enable_stream(const char* pattern, int enable, int option1, int option2, int option3) {
-  if (pattern == nullptr) return -3;
-  return ChangeStreams(
-      [pattern](std::vector<Stream*>* s) { return Stream::QueryByPattern(pattern, true, s); },
-      [=](Stream* s) {
-        s->enable(enable != 0);
-        s->enable_option(1, option1 != 0);
-        s->enable_option(2, option2 != 0);
-        s->enable_option(3, option3 != 0);
-      },
-      true);
+  return EnableByPattern(pattern, enable, option1, option2, true, option3);
 }
 
 int zm_suspend_stream(const char* pattern, int suspend) {
