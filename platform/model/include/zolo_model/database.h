@@ -6,6 +6,7 @@
 #pragma once
 
 #include <SQLiteCpp/SQLiteCpp.h>
+#include <sqlite3.h>
 
 #include <memory>
 #include <mutex>
@@ -48,5 +49,33 @@ class Database {
 
 // True for the errors worth retrying: the database is busy or a table is locked.
 bool IsRecoverable(const SQLite::Exception& e);
+
+// Runs `fn(*database)` with `database` locked and returns its result; -2 when a change broke
+// a constraint (a unique name taken, a missing reference); -1 when `database` is null or
+// another database error occurred.
+template <class Fn>
+int WithDatabase(Database* database, Fn fn) {
+  if (database == nullptr) return -1;
+  try {
+    auto lock = database->Lock();
+    return fn(*database);
+  } catch (const SQLite::Exception& e) {
+    return (e.getErrorCode() & 0xff) == SQLITE_CONSTRAINT ? -2 : -1;
+  } catch (const std::exception&) {
+    return -1;
+  }
+}
+
+// Runs a change meant for exactly one row with `values` bound in order: 0 when one row
+// changed, -5 when none did, -1 on a database error.
+template <class... Values>
+int ChangeOneRowOf(Database* database, const char* sql, const Values&... values) {
+  return WithDatabase(database, [&](Database& db) {
+    SQLite::Statement& statement = db.Prepared(sql);
+    int index = 0;
+    (statement.bind(++index, values), ...);
+    return statement.exec() == 1 ? 0 : -5;
+  });
+}
 
 }  // namespace zolo::model

@@ -58,33 +58,15 @@ class MediaModel {
 
 namespace zolo::model {
 
-// Runs `fn(database)` with the media database locked and returns its result; -2 when a
-// change broke a constraint (a unique name taken, a missing reference); -1 when the model is
-// not connected or another database error occurred.
+// WithDatabase and ChangeOneRowOf on the media database.
 template <class Fn>
 int WithMediaDatabase(Fn fn) {
-  Database* database = MediaModel::Instance()->database();
-  if (database == nullptr) return -1;
-  try {
-    auto lock = database->Lock();
-    return fn(*database);
-  } catch (const SQLite::Exception& e) {
-    return (e.getErrorCode() & 0xff) == SQLITE_CONSTRAINT ? -2 : -1;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return WithDatabase(MediaModel::Instance()->database(), fn);
 }
 
-// Runs a change meant for exactly one row with `values` bound in order: 0 when one row
-// changed, -5 when none did, -1 on a database error.
 template <class... Values>
 int ChangeOneRow(const char* sql, const Values&... values) {
-  return WithMediaDatabase([&](Database& database) {
-    SQLite::Statement& statement = database.Prepared(sql);
-    int index = 0;
-    (statement.bind(++index, values), ...);
-    return statement.exec() == 1 ? 0 : -5;
-  });
+  return ChangeOneRowOf(MediaModel::Instance()->database(), sql, values...);
 }
 
 }  // namespace zolo::model
