@@ -58,7 +58,8 @@ class SignalDispatchTest : public EngineTest {
   }
   void TearDown() override {
     zm_set_opt(0, 1);
-    for (const char* name : {"audio_level", "recording_created", "status"})
+    for (const char* name : {"audio_level", "recording_created", "status", "streaming_state",
+                             "streaming_duration", "stream_status"})
       zm_unregister_signal(name);
     EngineTest::TearDown();
     g_seen = nullptr;
@@ -85,6 +86,31 @@ TEST_F(SignalDispatchTest, ParsedRecordsReachTheCallbackWithNameAndUserData) {
   EXPECT_EQ(seen_.user_data[0], &marker);
   EXPECT_EQ(seen_.names[1], "recording_created");
   EXPECT_EQ(seen_.texts[1], "41");
+}
+
+// A recording as the engine announces it: state changes, the file stream's status, its
+// duration once a second, and the new recording once stopped.
+TEST_F(SignalDispatchTest, ARecordingIsSignalledFromStartToStop) {
+  ASSERT_EQ(zm_set_opt(0, 0), 0);
+  for (const char* name :
+       {"streaming_state", "streaming_duration", "stream_status", "recording_created"})
+    ASSERT_EQ(zm_register_signal(name, OnRaw), 0);
+  ASSERT_EQ(zm_start_stream(nullptr, false, nullptr), 0);
+  ASSERT_TRUE(seen_.WaitFor(3));  // state, status, then the first second
+  ASSERT_EQ(zm_stop_stream(nullptr, nullptr, false), 0);
+  ASSERT_TRUE(seen_.WaitFor(6));
+  std::lock_guard<std::mutex> lock(seen_.mutex);
+  std::vector<std::string> expected = {
+      R"(streaming_state {"State":"recording","Flags":""})",
+      R"(stream_status {"Name":"movie1","Status":"streaming"})",
+      R"(streaming_duration {"Name":"movie1","Duration":1,"Type":1})",
+      R"(streaming_state {"State":"idle","Flags":""})",
+      R"(stream_status {"Name":"movie1","Status":"stopped"})"};
+  for (size_t i = 0; i < expected.size(); ++i)
+    EXPECT_EQ(seen_.names[i] + " " + seen_.texts[i], expected[i]);
+  EXPECT_EQ(seen_.names[5], "recording_created");
+  EXPECT_NE(seen_.texts[5].find(R"("Id":)" + std::to_string(sim_.last_recording_id())),
+            std::string::npos);
 }
 
 TEST_F(SignalDispatchTest, IncompletePayloadsAndUnregisteredNamesCallNothing) {

@@ -1,9 +1,14 @@
 // Stream control over the bus: engine-state rules, replies, NDI companion, database flags.
 #include <gtest/gtest.h>
 #include <zolo/media.h>
+#include <zolo_model/recording.h>
+#include <zolo_model/recording_db.h>
 #include <zolo_model/stream.h>
 
+#include <filesystem>
 #include <map>
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -76,12 +81,30 @@ TEST_F(StreamControlTest, ARecordingStartsPausesResumesAndStops) {
   EXPECT_STREQ(status[0].type, "file");
   std::vector<zm_stream> stopped;
   unsigned recording = 0;
-  int expected = sim_.next_recording_id();
   ASSERT_EQ(zm_stop_stream(&stopped, &recording, false), 0);
-  EXPECT_EQ(recording, static_cast<unsigned>(expected));
+  ASSERT_GT(recording, 0u);
+  EXPECT_EQ(recording, static_cast<unsigned>(sim_.last_recording_id()));
   ASSERT_FALSE(stopped.empty());
   EXPECT_GE(stopped[0].stop_time, stopped[0].start_time);
   EXPECT_EQ(sim_.state(), zolo::sim::kIdle);
+
+  // The engine left the recording behind: its row, a video per file stream named as asked
+  // at start, and the files.
+  ASSERT_EQ(RecordingDb::Instance()->Connect(), 0);
+  Recording* row = nullptr;
+  ASSERT_EQ(Recording::QueryById(static_cast<int>(recording), &row), 0);
+  std::unique_ptr<Recording> written(row);
+  EXPECT_EQ(row->status(), "ready");
+  std::set<std::string> files;
+  for (Video* video : row->videos()) {
+    files.insert(video->file_name());
+    EXPECT_TRUE(std::filesystem::exists(RecordingDb::Instance()->Folder() + "/" +
+                                        video->directory() + "/" + video->file_name()));
+  }
+  EXPECT_EQ(files, std::set<std::string>{"keynote.mp4"});  // backup1 is disabled
+  EXPECT_TRUE(std::filesystem::exists(RecordingDb::Instance()->Folder() + "/" + row->folder() +
+                                      "/information.json"));
+  RecordingDb::Instance()->Release(true);
 }
 
 TEST_F(StreamControlTest, MissingReplyMembersTakeTheirDefaults) {

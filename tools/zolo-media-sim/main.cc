@@ -1,6 +1,7 @@
 // zolo-media-sim: the simulated media engine as a daemon on the system bus.
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
@@ -17,10 +18,14 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   std::string database;
   app.add_option("--database", database, "Media database the stream methods read");
+  std::string sandbox;
+  app.add_option("--sandbox", sandbox,
+                 "Sandbox root: the configuration and the recordings are read and written "
+                 "below it");
   bool demo_signals = false;
-  app.add_flag("--demo-signals", demo_signals,
-               "Emit \"audio_level\" once a second, and \"streaming_duration\" while recording");
+  app.add_flag("--demo-signals", demo_signals, "Emit \"audio_level\" once a second");
   CLI11_PARSE(app, argc, argv);
+  if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
 
   sigset_t signals;
   sigemptyset(&signals);
@@ -45,9 +50,6 @@ int main(int argc, char** argv) {
     simulator.Emit("audio_level",
                    "{\"Name\":\"Audio-Mix\",\"Level\":" + std::to_string(-20 - tick % 7) +
                        ",\"Left\":-21,\"Right\":-19}");
-    if (simulator.state() != zolo::sim::kRecording) continue;
-    simulator.Emit("streaming_duration",
-                   "{\"Name\":\"movie1\",\"Duration\":" + std::to_string(tick) + ",\"Type\":1}");
   }
   simulator.Stop();
   return 0;

@@ -14,6 +14,7 @@
 #include <list>
 #include <thread>
 
+#include "recording_writer.h"
 #include "zolo_media_sim.h"
 
 namespace zolo::sim {
@@ -55,11 +56,25 @@ struct MediaSimulator::Impl {
   std::list<Delayed> delayed;
   std::string database_path;
   long recording_started = 0;
-  int next_recording = 1;
+  int last_recording = 0;
+  // The recording in progress: its file streams, the names asked for them, the seconds
+  // recorded so far (pauses excluded) and when the next second is due.
+  std::vector<RecordedFile> recording_files;
+  int recorded_seconds = 0;
+  Clock::time_point next_second;
 
   static int OnMessage(sd_bus_message* message, void* user, sd_bus_error* error);
   void Answer(sd_bus_message* call, const std::string& reply);
   void Loop();
+  // While recording: "streaming_duration" of every file stream once a second. Returns the
+  // milliseconds until the next one is due, or -1 when not recording.
+  int Tick();
+  // "stream_status" of every file stream of the recording.
+  void EmitStreamStatus(const char* status) {
+    for (const RecordedFile& file : recording_files)
+      EmitLocked("stream_status",
+                 "{\"Name\":\"" + file.stream + "\",\"Status\":\"" + status + "\"}");
+  }
   // Emits a signal while the mutex is held (from a handler).
   void EmitLocked(const std::string& name, const std::string& payload) {
     sd_bus_emit_signal(bus, "/zolo/media", "zolo.Media.Signal", name.c_str(), "s", payload.c_str());
@@ -148,6 +163,8 @@ void MediaSimulator::Impl::Loop() {
           ++it;
         }
       }
+      int tick_ms = Tick();
+      if (tick_ms >= 0) wait_ms = wait_ms < 0 ? tick_ms : std::min(wait_ms, tick_ms);
       fd = sd_bus_get_fd(bus);
       int wanted = sd_bus_get_events(bus);
       events = static_cast<short>(wanted > 0 ? wanted : POLLIN);
@@ -169,6 +186,22 @@ void MediaSimulator::Impl::Loop() {
       (void)ignored;
     }
   }
+}
+
+int MediaSimulator::Impl::Tick() {
+  if (state != kRecording) return -1;
+  auto now = Clock::now();
+  if (now >= next_second) {
+    ++recorded_seconds;
+    for (const RecordedFile& file : recording_files)
+      EmitLocked("streaming_duration", "{\"Name\":\"" + file.stream + "\",\"Duration\":" +
+                                           std::to_string(recorded_seconds) + ",\"Type\":1}");
+    next_second += std::chrono::seconds(1);
+    if (next_second <= now) next_second = now + std::chrono::seconds(1);
+  }
+  return static_cast<int>(
+             std::chrono::duration_cast<std::chrono::milliseconds>(next_second - now).count()) +
+         1;
 }
 
 namespace {
@@ -211,6 +244,29 @@ std::string StreamsReply(cJSON* items, int recording = 0) {
   return Reply(0, reply);
 }
 
+// The file streams of a "Streams" array, with the file names a start request asked for.
+std::vector<RecordedFile> FilesOf(const cJSON* items, const std::string& payload) {
+  cJSON* request = cJSON_Parse(payload.c_str());
+  std::map<std::string, std::string> asked;
+  const cJSON* entry = nullptr;
+  cJSON_ArrayForEach(entry, cJSON_GetObjectItem(request, "filenames")) {
+    const cJSON* stream = cJSON_GetObjectItem(entry, "stream");
+    const cJSON* file = cJSON_GetObjectItem(entry, "filename");
+    if (cJSON_IsString(stream) && cJSON_IsString(file))
+      asked[stream->valuestring] = file->valuestring;
+  }
+  cJSON_Delete(request);
+  std::vector<RecordedFile> files;
+  const cJSON* item = nullptr;
+  cJSON_ArrayForEach(item, items) {
+    const cJSON* type = cJSON_GetObjectItem(item, "Type");
+    const cJSON* name = cJSON_GetObjectItem(item, "Name");
+    if (cJSON_IsString(type) && cJSON_IsString(name) && std::strcmp(type->valuestring, "file") == 0)
+      files.push_back(RecordedFile{name->valuestring, asked[name->valuestring]});
+  }
+  return files;
+}
+
 std::string NameOf(const std::string& payload) {
   cJSON* json = cJSON_Parse(payload.c_str());
   const cJSON* name = cJSON_GetObjectItem(json, "name");
@@ -238,39 +294,59 @@ MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
     return Reply(0);
   });
   // Recording: 1 idle -> 3 recording <-> 4 paused -> 1 idle, with the engine's signals.
-  Handle("start_streams", [](const std::string&, MediaSimulator& sim) {
+  Handle("start_streams", [](const std::string& payload, MediaSimulator& sim) {
     Impl& impl = *sim.impl_;
     if (impl.state != kIdle && impl.state != kPaused) return Reply(-1004);
-    if (impl.state == kIdle) impl.recording_started = static_cast<long>(time(nullptr));
+    bool fresh = impl.state == kIdle;
+    if (fresh) impl.recording_started = static_cast<long>(time(nullptr));
+    cJSON* items = StreamItems(impl.database_path, nullptr, impl.recording_started, 0);
+    if (fresh) {
+      impl.recording_files = FilesOf(items, payload);
+      impl.recorded_seconds = 0;
+    }
     impl.state = kRecording;
+    impl.next_second = Clock::now() + std::chrono::seconds(1);
     impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
-    return StreamsReply(StreamItems(impl.database_path, nullptr, impl.recording_started, 0));
+    impl.EmitStreamStatus("streaming");
+    return StreamsReply(items);
   });
   Handle("pause_streams", [](const std::string&, MediaSimulator& sim) {
     Impl& impl = *sim.impl_;
     if (impl.state != kRecording) return Reply(-1004);
     impl.state = kPaused;
     impl.EmitLocked("streaming_state", R"({"State":"paused","Flags":""})");
+    impl.EmitStreamStatus("paused");
     return Reply(0);
   });
   Handle("resume_streams", [](const std::string&, MediaSimulator& sim) {
     Impl& impl = *sim.impl_;
     if (impl.state != kPaused) return Reply(-1004);
     impl.state = kRecording;
+    impl.next_second = Clock::now() + std::chrono::seconds(1);
     impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
+    impl.EmitStreamStatus("streaming");
     return Reply(0);
   });
   Handle("stop_streams", [](const std::string&, MediaSimulator& sim) {
     Impl& impl = *sim.impl_;
     if (impl.state != kRecording && impl.state != kPaused) return Reply(-1004);
     impl.state = kIdle;
-    int id = impl.next_recording++;
     long now = static_cast<long>(time(nullptr));
+    // The recorded length counts the whole seconds spent recording, pauses excluded.
+    uint64_t duration_ms = static_cast<uint64_t>(impl.recorded_seconds) * 1000;
+    std::string name;
+    int id = impl.recording_files.empty()
+                 ? 0
+                 : WriteRecording(impl.recording_files, impl.recording_started, duration_ms, &name);
+    if (id > 0) impl.last_recording = id;
     std::string reply =
         StreamsReply(StreamItems(impl.database_path, nullptr, impl.recording_started, now), id);
     impl.EmitLocked("streaming_state", R"({"State":"idle","Flags":""})");
-    impl.EmitLocked("recording_created", "{\"Id\":" + std::to_string(id) + ",\"Name\":\"recording" +
-                                             std::to_string(id) + "\"}");
+    impl.EmitStreamStatus("stopped");
+    impl.recording_files.clear();
+    if (id > 0)
+      impl.EmitLocked("recording_created",
+                      "{\"Id\":" + std::to_string(id) + ",\"Name\":\"" + name + "\"}");
     return reply;
   });
   Handle("get_stream_status", [](const std::string&, MediaSimulator& sim) {
@@ -447,9 +523,9 @@ void MediaSimulator::set_database(const std::string& path) {
   impl_->database_path = path;
 }
 
-int MediaSimulator::next_recording_id() const {
+int MediaSimulator::last_recording_id() const {
   std::lock_guard<std::mutex> lock(impl_->mutex);
-  return impl_->next_recording;
+  return impl_->last_recording;
 }
 
 }  // namespace zolo::sim

@@ -70,8 +70,8 @@ class MediaSimulator {
   // Media database the stream methods read (opened on first use when the process has not
   // connected the model itself).
   void set_database(const std::string& path);
-  // Id the next stopped recording gets.
-  int next_recording_id() const;
+  // Id of the last recording written to the recording database; 0 before the first.
+  int last_recording_id() const;
 
  private:
   struct Impl;
