@@ -41,7 +41,8 @@ dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
 pids+=($!)
 export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
 for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
-build/tools/zolo-media-sim/zolo-media-sim --demo-signals --database "$root/var/lib/zolo/media.db" >/dev/null &
+build/tools/zolo-media-sim/zolo-media-sim --demo-signals --sandbox "$root" \
+    --database "$root/var/lib/zolo/media.db" >/dev/null &
 pids+=($!)
 
 zmctl() { "$repo/build/tools/zmctl/zmctl" --sandbox "$root" "$@"; }
@@ -73,14 +74,23 @@ zmctl signals watch audio_level --seconds 2
 step "the configured recording files and network outputs"
 zmctl stream list --type file
 zmctl stream list --type network
-step "a recording: start, watch, pause, resume, stop"
+step "a recording: start, pause, resume, stop, with the engine's signals as they arrive"
+zmctl signals watch streaming_state stream_status streaming_duration recording_created \
+      --seconds 8 &
+watcher=$!
+pids+=("$watcher")
+sleep 0.5
 zmctl record start --file movie1=demo_take
-zmctl signals watch streaming_duration --count 2
+sleep 2.5
 zmctl record pause
 zmctl state
 zmctl record resume
+sleep 1.2
 zmctl status
 zmctl record stop
+wait "$watcher" || true
+step "what the engine wrote for the new recording"
+(cd "$root/var/lib/zolo/recordings" && find . -type f ! -name 'recording.db*' | sort)
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

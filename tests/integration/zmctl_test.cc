@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <string>
+#include <thread>
 
 #include "engine_fixture.h"
 
@@ -75,6 +78,34 @@ TEST_F(ZmctlTest, ARecordingFromTheCommandLine) {
   cJSON* stopped = Json("record stop");
   cJSON_Delete(stopped);
   EXPECT_EQ(sim_.state(), zolo::sim::kIdle);
+}
+
+// The watcher prints the library's parsed record of each signal, in both output forms.
+TEST_F(ZmctlTest, SignalsWatchPrintsParsedRecords) {
+  struct Case {
+    const char* options;
+    std::string first_line;
+  } cases[] = {
+      {"--json",
+       R"({"signal":"audio_level","record":{"name":"Audio Mix","level":-12,"left":-1,"right":-2}})"},
+      {"", R"(audio_level                  name="Audio Mix" level=-12 left=-1 right=-2)"},
+  };
+  for (const Case& c : cases) {
+    std::atomic<bool> done{false};
+    Result watched;
+    std::thread watcher([&] {
+      watched = Run(std::string(c.options) + " signals watch audio_level --count 1 --seconds 10");
+      done = true;
+    });
+    // Until the watcher has subscribed, signals pass unseen: repeat until it has one.
+    while (!done) {
+      sim_.Emit("audio_level", R"({"Name":"Audio Mix","Level":-12,"Left":-1,"Right":-2})");
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    watcher.join();
+    EXPECT_EQ(watched.status, 0);
+    EXPECT_EQ(watched.out.substr(0, watched.out.find('\n')), c.first_line);
+  }
 }
 
 TEST_F(ZmctlTest, RefusedCallsPrintTheCodeAndFail) {

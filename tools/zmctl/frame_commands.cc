@@ -13,66 +13,30 @@
 #include <vector>
 
 #include "context.h"
+#include "signal_records.h"
 
 namespace zmctl {
 
 namespace {
 
-// The 39 signal names the engine sends.
-const char* const kSignalNames[] = {"status",
-                                    "video_layout",
-                                    "video_background",
-                                    "video_foreground",
-                                    "video_overlay",
-                                    "streaming_duration",
-                                    "audio_level",
-                                    "audio_volume",
-                                    "audio_type",
-                                    "channel_status",
-                                    "video_file_status",
-                                    "video_file_updated",
-                                    "bookmark_added",
-                                    "recording_ready",
-                                    "storage_status",
-                                    "channel_source_error",
-                                    "stream_error",
-                                    "bookmark_removed",
-                                    "recording_bookmark_updated",
-                                    "record_limit_reached",
-                                    "recording_created",
-                                    "stream_status",
-                                    "streaming_state",
-                                    "output_color_changed",
-                                    "display_changed",
-                                    "media_data_changed",
-                                    "hardware_error",
-                                    "audio_gain",
-                                    "audio_mixer",
-                                    "video_system_overlay",
-                                    "audio_noise_reduction",
-                                    "audio_xlr_channel",
-                                    "audio_xlr_power",
-                                    "media_crashed",
-                                    "webrtc_content",
-                                    "mixer_resolution_changed",
-                                    "recorder_file_stream_changed",
-                                    "audio_output_monitor_changed",
-                                    "audio_output_monitor_warning"};
-
 std::atomic<bool> g_interrupted{false};
 std::atomic<int> g_seen{0};
 bool g_json = false;
+bool g_raw = false;
 
 void OnInterrupt(int) {
   g_interrupted = true;
 }
 
+// Prints the record the library parsed, or with --raw the payload text as sent.
 void PrintSignal(const char* name, void* data, void*) {
-  const char* payload = static_cast<const char*>(data);
+  std::string signal = name ? name : "";
+  std::string text = g_raw ? static_cast<const char*>(data) : DescribeRecord(signal, data, g_json);
   if (g_json)
-    std::printf("{\"signal\":\"%s\",\"payload\":%s}\n", name ? name : "", payload);
+    std::printf("{\"signal\":\"%s\",\"%s\":%s}\n", signal.c_str(), g_raw ? "payload" : "record",
+                text.c_str());
   else
-    std::printf("%-28s %s\n", name ? name : "", payload);
+    std::printf("%-28s %s\n", signal.c_str(), text.c_str());
   std::fflush(stdout);
   ++g_seen;
 }
@@ -81,6 +45,7 @@ struct WatchArgs {
   std::vector<std::string> names;
   int seconds = 0;
   int count = 0;
+  bool raw = false;
 };
 
 }  // namespace
@@ -161,10 +126,11 @@ void AddFrameCommands(CLI::App& app, Context& context) {
   signals->require_subcommand(1);
   auto watch_args = std::make_shared<WatchArgs>();
   auto* watch = signals->add_subcommand(
-      "watch", "Print signals as they arrive (payload as sent), until interrupted");
+      "watch", "Print each signal's parsed record as it arrives, until interrupted");
   watch->add_option("NAME", watch_args->names, "Signal names (default: all)");
   watch->add_option("--seconds", watch_args->seconds, "Stop after this many seconds");
   watch->add_option("--count", watch_args->count, "Stop after this many signals");
+  watch->add_flag("--raw", watch_args->raw, "Print the payload text as sent instead");
   watch->callback([&context, watch_args] {
     Session session;
     if (session.result() != 0) {
@@ -172,9 +138,10 @@ void AddFrameCommands(CLI::App& app, Context& context) {
       return;
     }
     g_json = context.json;
-    zm_set_opt(0, 0);
+    g_raw = watch_args->raw;
+    zm_set_opt(0, g_raw ? 0 : 1);
     std::vector<std::string> names = watch_args->names;
-    if (names.empty()) names.assign(std::begin(kSignalNames), std::end(kSignalNames));
+    if (names.empty()) names = SignalNames();
     for (const auto& name : names) {
       int result = zm_register_signal(name.c_str(), PrintSignal);
       if (result != 0) {
