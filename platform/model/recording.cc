@@ -74,38 +74,22 @@ class RecordingRows {
     return video;
   }
 
-  // Runs `sql` with `values` bound in order and appends the recordings to `out`; with
-  // `with_videos` their videos are read too, in one more statement.
+  // Recordings of `sql`, with their videos read in one more statement when `with_videos`.
   template <class... Values>
   static int Select(const char* sql, bool with_videos, std::vector<Recording*>* out,
                     const Values&... values) {
-    if (out == nullptr) return -3;
-    std::vector<std::unique_ptr<Recording>> rows;
-    int result = WithDatabase(RecordingDatabase(), [&](Database& db) {
-      SQLite::Statement& query = db.Prepared(sql);
-      int index = 0;
-      (query.bind(++index, values), ...);
-      while (query.executeStep()) rows.emplace_back(ReadRecording(query));
-      query.reset();
+    auto videos = [with_videos](Database& db, std::vector<std::unique_ptr<Recording>>& rows) {
       if (with_videos) ReadVideos(db, rows);
-      return 0;
-    });
-    if (result < 0) return result;
-    out->reserve(out->size() + rows.size());
-    for (auto& row : rows) out->push_back(row.release());
-    return 0;
+    };
+    return SelectRows(&ReadRecording, videos, out, sql, values...);
   }
 
   template <class... Values>
   static int SelectOne(const char* sql, Recording** out, const Values&... values) {
-    if (out == nullptr) return -3;
-    std::vector<Recording*> found;
-    int result = Select(sql, true, &found, values...);
-    if (result < 0) return result;
-    if (found.empty()) return -5;
-    *out = found.front();
-    for (size_t i = 1; i < found.size(); ++i) delete found[i];
-    return 0;
+    auto videos = [](Database& db, std::vector<std::unique_ptr<Recording>>& rows) {
+      ReadVideos(db, rows);
+    };
+    return SelectFirstRow(&ReadRecording, videos, out, sql, values...);
   }
 
   // Reads the videos of every recording of `rows` with one statement.
@@ -217,48 +201,25 @@ int Recording::QueryOldest(Recording** out) {
   return RecordingRows::SelectOne(RECORDING_COLUMNS "ORDER BY recorded_at, id LIMIT 1", out);
 }
 
-namespace {
-int CountWhere(const char* sql, const std::string* status) {
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query = db.Prepared(sql);
-    if (status != nullptr) query.bind(1, *status);
-    int count = query.executeStep() ? query.getColumn(0).getInt() : 0;
-    query.reset();
-    return count;
-  });
-}
-}  // namespace
-
 int Recording::Count() {
-  return CountWhere("SELECT count(*) FROM recording", nullptr);
+  return CountRows("SELECT count(*) FROM recording");
 }
 
 int Recording::Count(const std::string& status) {
-  return CountWhere("SELECT count(*) FROM recording WHERE status = ?1", &status);
+  return CountRows("SELECT count(*) FROM recording WHERE status = ?1", status);
 }
 
 int Recording::Add(Recording* recording) {
   if (recording == nullptr) return -3;
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& insert = db.Prepared(
-        "INSERT INTO recording (name, file_name, recorded_at, finished_at, duration, extra, "
-        "status, event_id, upload_setting, thumbnail_done, metadata) "
-        "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)");
-    insert.bind(1, recording->name_);
-    insert.bind(2, recording->file_name_);
-    insert.bind(3, S64(recording->recorded_at_));
-    insert.bind(4, S64(recording->finished_at_));
-    insert.bind(5, S64(recording->duration_));
-    insert.bind(6, recording->extra_);
-    insert.bind(7, recording->status_);
-    insert.bind(8, recording->event_id_);
-    insert.bind(9, recording->upload_setting_);
-    insert.bind(10, recording->thumbnail_done_ ? 1 : 0);
-    insert.bind(11, recording->metadata_);
-    insert.exec();
-    recording->id_ = static_cast<int>(db.raw().getLastInsertRowid());
-    return 0;
-  });
+  return InsertRowOf(
+      RecordingDatabase(), &recording->id_,
+      "INSERT INTO recording (name, file_name, recorded_at, finished_at, duration, extra, "
+      "status, event_id, upload_setting, thumbnail_done, metadata) "
+      "VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)",
+      recording->name_, recording->file_name_, S64(recording->recorded_at_),
+      S64(recording->finished_at_), S64(recording->duration_), recording->extra_,
+      recording->status_, recording->event_id_, recording->upload_setting_,
+      recording->thumbnail_done_ ? 1 : 0, recording->metadata_);
 }
 
 int Recording::Update(Recording* recording) {
@@ -428,24 +389,13 @@ int Video::QueryByRecordingId(int recording_id, std::vector<Video*>* out) {
 
 int Video::Add(Video* video) {
   if (video == nullptr) return -3;
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& insert = db.Prepared(
-        "INSERT INTO video (recording_id, directory, file_name, status, started_at, duration, "
-        "finished_at, thumbnail, number, note) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)");
-    insert.bind(1, video->recording_id_);
-    insert.bind(2, video->directory_);
-    insert.bind(3, video->file_name_);
-    insert.bind(4, video->status_);
-    insert.bind(5, S64(video->started_at_));
-    insert.bind(6, S64(video->duration_));
-    insert.bind(7, S64(video->finished_at_));
-    insert.bind(8, video->thumbnail_);
-    insert.bind(9, static_cast<int64_t>(video->number_));
-    insert.bind(10, video->note_);
-    insert.exec();
-    video->id_ = static_cast<int>(db.raw().getLastInsertRowid());
-    return 0;
-  });
+  return InsertRowOf(
+      RecordingDatabase(), &video->id_,
+      "INSERT INTO video (recording_id, directory, file_name, status, started_at, duration, "
+      "finished_at, thumbnail, number, note) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10)",
+      video->recording_id_, video->directory_, video->file_name_, video->status_,
+      S64(video->started_at_), S64(video->duration_), S64(video->finished_at_), video->thumbnail_,
+      static_cast<int64_t>(video->number_), video->note_);
 }
 
 int Video::Update(Video* video) {

@@ -51,51 +51,6 @@ class SnapshotRows {
     image->thumbnail_ = row.getColumn(11).getString();
     return image;
   }
-
-  // Runs `sql` with `values` bound and appends one object per row, made by `read`.
-  template <class T, class... Values>
-  static int Select(T* (*read)(SQLite::Statement&), const char* sql, std::vector<T*>* out,
-                    const Values&... values) {
-    if (out == nullptr) return -3;
-    std::vector<std::unique_ptr<T>> rows;
-    int result = WithDatabase(RecordingDatabase(), [&](Database& db) {
-      SQLite::Statement& query = db.Prepared(sql);
-      int index = 0;
-      (query.bind(++index, values), ...);
-      while (query.executeStep()) rows.emplace_back(read(query));
-      query.reset();
-      return 0;
-    });
-    if (result < 0) return result;
-    for (auto& row : rows) out->push_back(row.release());
-    return 0;
-  }
-
-  template <class T, class... Values>
-  static int SelectOne(T* (*read)(SQLite::Statement&), const char* sql, T** out,
-                       const Values&... values) {
-    if (out == nullptr) return -3;
-    std::vector<T*> found;
-    int result = Select(read, sql, &found, values...);
-    if (result < 0) return result;
-    if (found.empty()) return -5;
-    *out = found.front();
-    for (size_t i = 1; i < found.size(); ++i) delete found[i];
-    return 0;
-  }
-
-  static int Count(const char* sql, const std::string* text, int number) {
-    return WithDatabase(RecordingDatabase(), [&](Database& db) {
-      SQLite::Statement& query = db.Prepared(sql);
-      if (text != nullptr)
-        query.bind(1, *text);
-      else if (number != 0)
-        query.bind(1, number);
-      int count = query.executeStep() ? query.getColumn(0).getInt() : 0;
-      query.reset();
-      return count;
-    });
-  }
 };
 
 Snapshot::~Snapshot() {
@@ -103,54 +58,43 @@ Snapshot::~Snapshot() {
 }
 
 int Snapshot::QueryById(int id, Snapshot** out) {
-  return SnapshotRows::SelectOne(&SnapshotRows::ReadSnapshot, SNAPSHOT_COLUMNS "WHERE id = ?1", out,
-                                 id);
+  return SelectFirstRow(&SnapshotRows::ReadSnapshot, NothingMore(), out,
+                        SNAPSHOT_COLUMNS "WHERE id = ?1", id);
 }
 
 int Snapshot::QueryByPage(unsigned page, unsigned count, std::vector<Snapshot*>* out) {
-  return SnapshotRows::Select(&SnapshotRows::ReadSnapshot,
-                              SNAPSHOT_COLUMNS
-                              "ORDER BY created_at DESC, id DESC LIMIT ?1 OFFSET ?2",
-                              out, Limit(count), Offset(page, count));
+  return SelectRows(&SnapshotRows::ReadSnapshot, NothingMore(), out,
+                    SNAPSHOT_COLUMNS "ORDER BY created_at DESC, id DESC LIMIT ?1 OFFSET ?2",
+                    Limit(count), Offset(page, count));
 }
 
 int Snapshot::QueryByFolder(const std::string& folder, Snapshot** out) {
-  return SnapshotRows::SelectOne(&SnapshotRows::ReadSnapshot, SNAPSHOT_COLUMNS "WHERE folder = ?1",
-                                 out, folder);
+  return SelectFirstRow(&SnapshotRows::ReadSnapshot, NothingMore(), out,
+                        SNAPSHOT_COLUMNS "WHERE folder = ?1", folder);
 }
 
 int Snapshot::QueryByStatus(const std::string& status, std::vector<Snapshot*>* out) {
-  return SnapshotRows::Select(
-      &SnapshotRows::ReadSnapshot,
-      SNAPSHOT_COLUMNS "WHERE status = ?1 ORDER BY created_at DESC, id DESC", out, status);
+  return SelectRows(&SnapshotRows::ReadSnapshot, NothingMore(), out,
+                    SNAPSHOT_COLUMNS "WHERE status = ?1 ORDER BY created_at DESC, id DESC", status);
 }
 
 int Snapshot::Count() {
-  return SnapshotRows::Count("SELECT count(*) FROM snapshot", nullptr, 0);
+  return CountRows("SELECT count(*) FROM snapshot");
 }
 
 int Snapshot::Count(const std::string& status) {
-  return SnapshotRows::Count("SELECT count(*) FROM snapshot WHERE status = ?1", &status, 0);
+  return CountRows("SELECT count(*) FROM snapshot WHERE status = ?1", status);
 }
 
 int Snapshot::Add(Snapshot* snapshot) {
   if (snapshot == nullptr) return -3;
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& insert = db.Prepared(
-        "INSERT INTO snapshot (folder, status, recording_id, time, created_at, width, height, "
-        "note) VALUES (?1, ?2, NULLIF(?3, 0), ?4, ?5, ?6, ?7, ?8)");
-    insert.bind(1, snapshot->folder_);
-    insert.bind(2, snapshot->status_);
-    insert.bind(3, snapshot->recording_id_);
-    insert.bind(4, S64(snapshot->time_));
-    insert.bind(5, S64(snapshot->created_at_));
-    insert.bind(6, static_cast<int64_t>(snapshot->width_));
-    insert.bind(7, static_cast<int64_t>(snapshot->height_));
-    insert.bind(8, snapshot->note_);
-    insert.exec();
-    snapshot->id_ = static_cast<int>(db.raw().getLastInsertRowid());
-    return 0;
-  });
+  return InsertRowOf(
+      RecordingDatabase(), &snapshot->id_,
+      "INSERT INTO snapshot (folder, status, recording_id, time, created_at, width, height, "
+      "note) VALUES (?1, ?2, NULLIF(?3, 0), ?4, ?5, ?6, ?7, ?8)",
+      snapshot->folder_, snapshot->status_, snapshot->recording_id_, S64(snapshot->time_),
+      S64(snapshot->created_at_), static_cast<int64_t>(snapshot->width_),
+      static_cast<int64_t>(snapshot->height_), snapshot->note_);
 }
 
 int Snapshot::Update(Snapshot* snapshot) {
@@ -202,51 +146,39 @@ std::string Snapshot::BaseFolder() {
 Image::~Image() = default;
 
 int Image::QueryById(int id, Image** out) {
-  return SnapshotRows::SelectOne(&SnapshotRows::ReadImage, IMAGE_COLUMNS "WHERE id = ?1", out, id);
+  return SelectFirstRow(&SnapshotRows::ReadImage, NothingMore(), out, IMAGE_COLUMNS "WHERE id = ?1",
+                        id);
 }
 
 int Image::QueryByStatus(const std::string& status, std::vector<Image*>* out) {
-  return SnapshotRows::Select(&SnapshotRows::ReadImage,
-                              IMAGE_COLUMNS "WHERE status = ?1 ORDER BY id DESC", out, status);
+  return SelectRows(&SnapshotRows::ReadImage, NothingMore(), out,
+                    IMAGE_COLUMNS "WHERE status = ?1 ORDER BY id DESC", status);
 }
 
 int Image::QueryBySnapshot(int snapshot_id, unsigned page, unsigned count,
                            std::vector<Image*>* out) {
-  return SnapshotRows::Select(&SnapshotRows::ReadImage,
-                              IMAGE_COLUMNS "WHERE snapshot_id = ?1 ORDER BY id LIMIT ?2 OFFSET ?3",
-                              out, snapshot_id, Limit(count), Offset(page, count));
+  return SelectRows(&SnapshotRows::ReadImage, NothingMore(), out,
+                    IMAGE_COLUMNS "WHERE snapshot_id = ?1 ORDER BY id LIMIT ?2 OFFSET ?3",
+                    snapshot_id, Limit(count), Offset(page, count));
 }
 
 int Image::Count(int snapshot_id) {
-  return SnapshotRows::Count("SELECT count(*) FROM image WHERE snapshot_id = ?1", nullptr,
-                             snapshot_id);
+  return CountRows("SELECT count(*) FROM image WHERE snapshot_id = ?1", snapshot_id);
 }
 
 int Image::Count(const std::string& status) {
-  return SnapshotRows::Count("SELECT count(*) FROM image WHERE status = ?1", &status, 0);
+  return CountRows("SELECT count(*) FROM image WHERE status = ?1", status);
 }
 
 int Image::Add(Image* image) {
   if (image == nullptr) return -3;
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& insert = db.Prepared(
-        "INSERT INTO image (snapshot_id, directory, file_name, status, width, height, time, "
-        "size, format, note, thumbnail) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)");
-    insert.bind(1, image->snapshot_id_);
-    insert.bind(2, image->directory_);
-    insert.bind(3, image->file_name_);
-    insert.bind(4, image->status_);
-    insert.bind(5, static_cast<int64_t>(image->width_));
-    insert.bind(6, static_cast<int64_t>(image->height_));
-    insert.bind(7, S64(image->time_));
-    insert.bind(8, S64(image->size_));
-    insert.bind(9, image->format_);
-    insert.bind(10, image->note_);
-    insert.bind(11, image->thumbnail_);
-    insert.exec();
-    image->id_ = static_cast<int>(db.raw().getLastInsertRowid());
-    return 0;
-  });
+  return InsertRowOf(
+      RecordingDatabase(), &image->id_,
+      "INSERT INTO image (snapshot_id, directory, file_name, status, width, height, time, "
+      "size, format, note, thumbnail) VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11)",
+      image->snapshot_id_, image->directory_, image->file_name_, image->status_,
+      static_cast<int64_t>(image->width_), static_cast<int64_t>(image->height_), S64(image->time_),
+      S64(image->size_), image->format_, image->note_, image->thumbnail_);
 }
 
 int Image::Update(Image* image) {

@@ -66,15 +66,31 @@ int WithDatabase(Database* database, Fn fn) {
   }
 }
 
+// The prepared statement for `sql` with `values` bound to ?1, ?2... in order.
+template <class... Values>
+SQLite::Statement& Bound(Database& database, const char* sql, const Values&... values) {
+  SQLite::Statement& statement = database.Prepared(sql);
+  int index = 0;
+  (statement.bind(++index, values), ...);
+  return statement;
+}
+
 // Runs a change meant for exactly one row with `values` bound in order: 0 when one row
 // changed, -5 when none did, -1 on a database error.
 template <class... Values>
 int ChangeOneRowOf(Database* database, const char* sql, const Values&... values) {
+  return WithDatabase(database,
+                      [&](Database& db) { return Bound(db, sql, values...).exec() == 1 ? 0 : -5; });
+}
+
+// Runs an INSERT with `values` bound in order and stores the new row's id in `*id`. 0; -2
+// when a constraint refused the row; -1 on a database error.
+template <class... Values>
+int InsertRowOf(Database* database, int* id, const char* sql, const Values&... values) {
   return WithDatabase(database, [&](Database& db) {
-    SQLite::Statement& statement = db.Prepared(sql);
-    int index = 0;
-    (statement.bind(++index, values), ...);
-    return statement.exec() == 1 ? 0 : -5;
+    Bound(db, sql, values...).exec();
+    *id = static_cast<int>(db.raw().getLastInsertRowid());
+    return 0;
   });
 }
 
