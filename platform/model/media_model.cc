@@ -100,14 +100,18 @@ int MediaModel::ExecuteFromFile(const std::string& path) {
 namespace zolo::model {
 
 int MoveRank(const std::string& table, const std::string& scope, int id, int rank, int* stored) {
-  // The row is placed just before the one now holding `rank`, then its order renumbered.
-  const std::string place =
-      "UPDATE " + table + " SET rank = CASE WHEN ?1 >= 1 THEN ?1 - 0.5 ELSE -1 END WHERE id = ?2";
-  const std::string renumber =
-      "UPDATE " + table + " SET rank = r.n FROM (SELECT o.id, row_number() OVER (ORDER BY " +
-      "o.rank, o.id) AS n FROM " + table + " o, " + table + " m WHERE m.id = ?2 AND (" + scope +
-      ") AND o.rank > 0 AND (o.enabled = 1 OR o.id = ?2)) AS r WHERE " + table + ".id = r.id";
-  int moved = ChangeRows({place.c_str(), renumber.c_str()}, rank, id);
+  // The row leaves the order, the others are renumbered 1..n leaving a gap at `rank`, and
+  // the row takes the gap (or the end when `rank` is past it).
+  const std::string others = " FROM " + table + " o, " + table + " m WHERE m.id = ?2 AND (" +
+                             scope + ") AND o.rank > 0 AND o.enabled = 1 AND o.id <> ?2";
+  const std::string leave = "UPDATE " + table + " SET rank = -1 WHERE id = ?2";
+  const std::string renumber = "UPDATE " + table +
+                               " SET rank = r.n + (?1 >= 1 AND r.n >= ?1) FROM (SELECT o.id, "
+                               "row_number() OVER (ORDER BY o.rank, o.id) AS n" +
+                               others + ") AS r WHERE " + table + ".id = r.id";
+  const std::string place = "UPDATE " + table + " SET rank = MIN(?1, (SELECT count(*)" + others +
+                            ") + 1) WHERE id = ?2 AND ?1 >= 1";
+  int moved = ChangeRows({leave.c_str(), renumber.c_str(), place.c_str()}, rank, id);
   if (moved <= 0) return moved == 0 ? -5 : moved;
   return QueryInt(stored, "SELECT rank FROM " + table + " WHERE id = ?", id);
 }

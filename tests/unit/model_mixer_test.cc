@@ -1,0 +1,581 @@
+// The mixer model: mixers, layouts and their groups, mixer assets and themes, on a fresh
+// database made from initial.sql.
+#include <gtest/gtest.h>
+#include <zolo_model/media_model.h>
+#include <zolo_model/mixer.h>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "model_fixture.h"
+
+namespace {
+
+template <class T>
+std::vector<int> Ids(std::vector<T*>* objects) {
+  std::vector<int> ids;
+  for (T* object : *objects) ids.push_back(object->id());
+  MediaModel::CleanQuery(objects);
+  return ids;
+}
+
+class MixerModelTest : public zolo::test::ModelTest {
+ protected:
+  static std::unique_ptr<MixerConfig> Config(int id, int type = MixerConfig::kVideo) {
+    MixerConfig* config = nullptr;
+    EXPECT_EQ(MixerConfig::QueryById(type, id, &config), 0) << "config " << id;
+    return std::unique_ptr<MixerConfig>(config);
+  }
+  static std::unique_ptr<MixerAsset> Asset(int type, int id) {
+    MixerAsset* asset = nullptr;
+    EXPECT_EQ(MixerAsset::QueryById(type, id, &asset), 0) << "asset " << id;
+    return std::unique_ptr<MixerAsset>(asset);
+  }
+  static std::unique_ptr<Theme> LoadTheme(int id) {
+    Theme* theme = nullptr;
+    EXPECT_EQ(Theme::QueryById(id, &theme), 0) << "theme " << id;
+    return std::unique_ptr<Theme>(theme);
+  }
+  static std::unique_ptr<Mixer> MixerNamed(const char* uri, int type = Mixer::kVideo) {
+    Mixer* mixer = nullptr;
+    EXPECT_EQ(Mixer::QueryByName(type, uri, &mixer), 0) << uri;
+    return std::unique_ptr<Mixer>(mixer);
+  }
+};
+
+TEST_F(MixerModelTest, DefaultMixersShowAConfigurationOfTheirKind) {
+  struct Case {
+    const char* uri;
+    const char* group;
+    std::vector<std::string> outputs;
+  } cases[] = {{"zolo://video/mixer/0", "Single", {}},
+               {"zolo://video/mixer/1", "Single", {}},
+               {"zolo://video/mixer/2", "Single", {}},
+               {"zolo://video/display_mixer/0", "Display", {"display1"}}};
+  for (const auto& c : cases) {
+    auto mixer = MixerNamed(c.uri);
+    ASSERT_TRUE(mixer && mixer->config() && mixer->config()->group(0)) << c.uri;
+    EXPECT_EQ(mixer->config()->group(0)->name(), c.group) << c.uri;
+    EXPECT_EQ(mixer->outputs(), c.outputs) << c.uri;
+  }
+  auto main = MixerNamed("zolo://video/mixer/0");
+  ASSERT_TRUE(main->background() && main->theme());
+  EXPECT_EQ(main->background()->name(), "black.png");
+  EXPECT_EQ(main->theme()->name(), "Default");
+  EXPECT_EQ(main->foreground(), nullptr);
+  auto theme = LoadTheme(1);
+  ASSERT_TRUE(theme->layout() && theme->overlay());
+  EXPECT_EQ(theme->layout()->name(), "HDMI1");
+  EXPECT_EQ(theme->overlay()->name(), "logo.png");
+}
+
+TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
+  Mixer* mixer = nullptr;
+  MixerConfig* config = nullptr;
+  MixerConfigGroup* group = nullptr;
+  MixerAsset* asset = nullptr;
+  Theme* theme = nullptr;
+  std::vector<Theme*> themes;
+  struct Case {
+    const char* what;
+    std::function<int()> call;
+    int result;
+  } cases[] = {
+      {"mixer uri", [&] { return Mixer::QueryByName(0, "zolo://video/mixer/9", &mixer); }, -5},
+      {"mixer type", [&] { return Mixer::QueryByName(1, "zolo://video/mixer/0", &mixer); }, -5},
+      {"mixer null name",
+       [&] { return Mixer::QueryByName(0, static_cast<const char*>(nullptr), &mixer); }, -3},
+      {"mixer null out", [&] { return Mixer::QueryByName(0, "zolo://video/mixer/0", nullptr); },
+       -3},
+      {"mixer id", [&] { return Mixer::QueryById(999, &mixer); }, -5},
+      {"config type", [&] { return MixerConfig::QueryById(MixerConfig::kAudio, 1, &config); }, -5},
+      {"config id", [&] { return MixerConfig::QueryById(MixerConfig::kVideo, -1, &config); }, -5},
+      {"group", [&] { return MixerConfigGroup::QueryByTypeName(1, "Display", &group); }, -5},
+      {"group null", [&] { return MixerConfigGroup::QueryByTypeName(0, nullptr, &group); }, -3},
+      {"asset kind", [&] { return MixerAsset::QueryById(MixerAsset::kOverlay, 1, &asset); }, -5},
+      {"asset null", [&] { return MixerAsset::QueryById(0, 1, nullptr); }, -3},
+      {"theme id", [&] { return Theme::QueryById(99, &theme); }, -5},
+      {"themes null", [&] { return Theme::QueryEnabled(nullptr, true); }, -3},
+      {"slot null", [&] { return Theme::TakeFreeSlot(nullptr); }, -3},
+      {"update null", [&] { return MixerAsset::Update(nullptr); }, -3},
+      // Objects never stored have no row to write.
+      {"unsaved mixer", [&] { return Mixer::Update(std::make_unique<Mixer>().get()); }, -5},
+      {"unsaved config", [&] { return MixerConfig::Update(std::make_unique<MixerConfig>().get()); },
+       -5},
+      {"unsaved rank", [&] { return MixerAsset().UpdateRank(1); }, -5},
+      {"unsaved theme", [&] { return Theme::Update(std::make_unique<Theme>().get()); }, -5},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.call(), c.result) << c.what;
+  EXPECT_EQ(mixer, nullptr);
+  EXPECT_EQ(config, nullptr);
+  EXPECT_EQ(asset, nullptr);
+  EXPECT_EQ(Theme::QueryEnabled(&themes, true), 0);
+  EXPECT_EQ(Ids(&themes), std::vector<int>{1});
+}
+
+// Every pool: slots are taken until none is left, a freed slot leaves the order and is
+// the next one taken.
+struct Pool {
+  const char* what;
+  size_t free;
+  std::function<int(int*)> take;  // the taken id
+  std::function<int()> count_free;
+  std::function<int(int)> release;
+  std::function<int(int)> rank;
+};
+
+TEST_F(MixerModelTest, SlotPoolsRunOutAndFreedSlotsComeBack) {
+  auto free_configs = [] {
+    std::vector<MixerConfig*> list;
+    EXPECT_EQ(MixerConfig::QueryByType(MixerConfig::kVideo, &list, false, false), 0);
+    return static_cast<int>(Ids(&list).size());
+  };
+  auto free_assets = [] {
+    std::vector<MixerAsset*> list;
+    EXPECT_EQ(MixerAsset::QueryByType(MixerAsset::kOverlay, &list, false), 0);
+    return static_cast<int>(Ids(&list).size());
+  };
+  auto free_themes = [] {
+    std::vector<Theme*> list;
+    EXPECT_EQ(Theme::QueryEnabled(&list, false), 0);
+    return static_cast<int>(Ids(&list).size());
+  };
+  const Pool pools[] = {
+      {"layouts", 32,
+       [](int* id) {
+         MixerConfig* slot = nullptr;
+         int result = MixerConfig::TakeFreeSlot(MixerConfig::kVideo, &slot);
+         *id = slot ? slot->id() : 0;
+         delete slot;
+         return result;
+       },
+       free_configs,
+       [this](int id) {
+         auto slot = Config(id);
+         slot->enabled(false);
+         return MixerConfig::Update(slot.get());
+       },
+       [this](int id) { return Config(id)->rank(); }},
+      {"overlays", 15,
+       [](int* id) {
+         MixerAsset* slot = nullptr;
+         int result = MixerAsset::TakeFreeSlot(MixerAsset::kOverlay, &slot);
+         *id = slot ? slot->id() : 0;
+         delete slot;
+         return result;
+       },
+       free_assets,
+       [this](int id) {
+         auto slot = Asset(MixerAsset::kOverlay, id);
+         slot->enabled(false);
+         return MixerAsset::Update(slot.get());
+       },
+       [this](int id) { return Asset(MixerAsset::kOverlay, id)->rank(); }},
+      {"themes", 15,
+       [](int* id) {
+         Theme* slot = nullptr;
+         int result = Theme::TakeFreeSlot(&slot);
+         *id = slot ? slot->id() : 0;
+         delete slot;
+         return result;
+       },
+       free_themes,
+       [this](int id) {
+         auto slot = LoadTheme(id);
+         slot->enabled(false);
+         return Theme::Update(slot.get());
+       },
+       [this](int id) { return LoadTheme(id)->rank(); }},
+  };
+  for (const auto& pool : pools) {
+    SCOPED_TRACE(pool.what);
+    EXPECT_EQ(pool.count_free(), static_cast<int>(pool.free));
+    std::vector<int> taken;
+    int id = 0;
+    while (taken.size() <= pool.free && pool.take(&id) == 0) taken.push_back(id);
+    ASSERT_EQ(taken.size(), pool.free);
+    EXPECT_EQ(pool.take(&id), -2);
+    EXPECT_EQ(pool.count_free(), 0);
+    // Each taken slot went to the end of its order.
+    EXPECT_EQ(pool.rank(taken.back()), pool.rank(taken.front()) + static_cast<int>(pool.free) - 1);
+
+    ASSERT_EQ(pool.release(taken[3]), 0);
+    EXPECT_EQ(pool.rank(taken[3]), -1);
+    EXPECT_EQ(pool.count_free(), 1);
+    ASSERT_EQ(pool.take(&id), 0);
+    EXPECT_EQ(id, taken[3]);
+  }
+}
+
+TEST_F(MixerModelTest, ThreadsTakingSlotsNeverShareOne) {
+  std::vector<std::vector<int>> taken(4);
+  std::vector<std::thread> threads;
+  for (auto& mine : taken) {
+    threads.emplace_back([&mine] {
+      Theme* theme = nullptr;
+      while (Theme::TakeFreeSlot(&theme) == 0) {
+        mine.push_back(theme->id());
+        delete theme;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  std::set<int> all;
+  size_t total = 0;
+  for (const auto& mine : taken) {
+    all.insert(mine.begin(), mine.end());
+    total += mine.size();
+  }
+  EXPECT_EQ(total, 15u);
+  EXPECT_EQ(all.size(), 15u);
+}
+
+TEST_F(MixerModelTest, RankMovesRenumberOnlyTheirOwnOrder) {
+  using Order = std::vector<std::pair<int, int>>;  // id, rank in list order
+  auto backgrounds = [] {
+    std::vector<MixerAsset*> assets;
+    EXPECT_EQ(MixerAsset::QueryByType(MixerAsset::kBackground, &assets, true), 0);
+    Order order;
+    for (auto* asset : assets) order.emplace_back(asset->id(), asset->rank());
+    MediaModel::CleanQuery(&assets);
+    return order;
+  };
+  MixerAsset* taken = nullptr;
+  ASSERT_EQ(MixerAsset::TakeFreeSlot(MixerAsset::kBackground, &taken), 0);
+  std::unique_ptr<MixerAsset> slot(taken);
+  const int id = slot->id();
+  EXPECT_EQ(backgrounds(), (Order{{1, 1}, {2, 2}, {3, 3}, {id, 4}}));
+  struct Move {
+    int rank;
+    int stored;
+    Order order;
+  } moves[] = {{1, 1, {{id, 1}, {1, 2}, {2, 3}, {3, 4}}},
+               {3, 3, {{1, 1}, {2, 2}, {id, 3}, {3, 4}}},
+               {99, 4, {{1, 1}, {2, 2}, {3, 3}, {id, 4}}},
+               {2, 2, {{1, 1}, {id, 2}, {2, 3}, {3, 4}}},
+               {0, -1, {{1, 1}, {2, 2}, {3, 3}, {id, -1}}}};
+  for (const auto& move : moves) {
+    ASSERT_EQ(slot->UpdateRank(move.rank), 0);
+    EXPECT_EQ(slot->rank(), move.stored) << move.rank;
+    EXPECT_EQ(backgrounds(), move.order) << "rank " << move.rank;
+  }
+  EXPECT_EQ(Asset(MixerAsset::kOverlay, 33)->rank(), 1);  // other kinds keep theirs
+
+  // Layouts are ordered within their group only.
+  ASSERT_EQ(Config(4)->UpdateRank(1), 0);
+  MixerConfigGroup* group = nullptr;
+  ASSERT_EQ(MixerConfigGroup::QueryByTypeName(MixerConfig::kVideo, "Single", &group), 0);
+  std::unique_ptr<MixerConfigGroup> single(group);
+  std::vector<int> ids;
+  for (auto* config : single->configs()) ids.push_back(config->id());
+  EXPECT_EQ(ids, (std::vector<int>{4, 1, 2, 3, 5}));
+  EXPECT_EQ(Config(6)->rank(), 1);
+}
+
+// Removing a layout, background or overlay clears it from every theme that used it,
+// enabled or not, and leaves the other bindings.
+TEST_F(MixerModelTest, RemovalClearsTheReferenceFromEveryTheme) {
+  struct Cascade {
+    const char* what;
+    int id;
+    int (*query)(int, std::vector<Theme*>*);
+    int (*remove)(int);
+    int (*bound)(const Theme&);
+  } cascades[] = {{"layout", 1, Theme::QueryByLayout, Theme::RemoveLayout,
+                   [](const Theme& t) { return t.layout_id(); }},
+                  {"background", 1, Theme::QueryByBackground, Theme::RemoveBackground,
+                   [](const Theme& t) { return t.background_id(); }},
+                  {"overlay", 33, Theme::QueryByOverlay, Theme::RemoveOverlay,
+                   [](const Theme& t) { return t.overlay_id(); }}};
+  // A disabled copy of the default theme.
+  Exec("UPDATE theme SET layout_id = 1, background_id = 1, overlay_id = 33 WHERE id = 5");
+  for (const auto& c : cascades) {
+    SCOPED_TRACE(c.what);
+    std::vector<Theme*> users;
+    ASSERT_EQ(c.query(c.id, &users), 0);
+    EXPECT_EQ(Ids(&users), (std::vector<int>{1, 5}));
+    ASSERT_EQ(c.remove(c.id), 0);
+    ASSERT_EQ(c.query(c.id, &users), 0);
+    EXPECT_TRUE(users.empty());
+    for (int id : {1, 5}) EXPECT_EQ(c.bound(*LoadTheme(id)), 0);
+    EXPECT_EQ(c.remove(c.id), 0);  // nothing left to clear is not an error
+  }
+  EXPECT_EQ(LoadTheme(1)->name(), "Default");
+}
+
+TEST_F(MixerModelTest, ThemeBindingsAreWrittenByIdAndAMissingObjectChangesNothing) {
+  auto theme = LoadTheme(1);
+  theme->layout(Config(14).get());  // the theme keeps the id only
+  theme->background(nullptr);
+  theme->name("Quad");
+  ASSERT_EQ(Theme::Update(theme.get()), 0);
+  auto stored = LoadTheme(1);
+  EXPECT_EQ(stored->name(), "Quad");
+  ASSERT_NE(stored->layout(), nullptr);
+  EXPECT_EQ(stored->layout()->id(), 14);
+  EXPECT_EQ(stored->background(), nullptr);
+  EXPECT_EQ(stored->overlay_id(), 33);
+
+  auto gone = Config(12);
+  Exec("PRAGMA foreign_keys=OFF; DELETE FROM mixer_config WHERE id = 12; PRAGMA foreign_keys=ON;");
+  stored->name("Broken");
+  stored->layout(gone.get());
+  EXPECT_EQ(Theme::Update(stored.get()), -2);
+  EXPECT_EQ(LoadTheme(1)->name(), "Quad");
+  EXPECT_EQ(LoadTheme(1)->layout_id(), 14);
+}
+
+TEST_F(MixerModelTest, ContentAcceptsOnlyEmptyTextOrAJsonObject) {
+  struct Case {
+    const char* text;
+    int result;
+  } cases[] = {{"", 0},       {"{}", 0},        {"{\"layout\":[]}", 0},
+               {"[1,2]", -3}, {"not json", -3}, {"{\"layout\":[", -3},
+               {nullptr, -3}};
+  auto config = Config(1);
+  for (const auto& c : cases) {
+    std::string before = config->content();
+    EXPECT_EQ(config->content(c.text), c.result) << (c.text ? c.text : "null");
+    EXPECT_EQ(config->content(), c.result == 0 ? std::string(c.text) : before);
+  }
+  EXPECT_EQ(config->content("{\"a\":\"" + std::string(2 << 20, 'x') + "\"}"), -3);
+}
+
+TEST_F(MixerModelTest, LayoutWindowsRoundTripThroughTheDatabase) {
+  auto triple = Config(13);
+  // Source id 0 keeps the window's source; the geometry and crop change.
+  ASSERT_EQ(triple->SetVideoLayoutContent(1, MixerConfigVideoLayout(0, 0.3, 0.4, 0.1, 0.2, 5, 1)),
+            0);
+  ASSERT_EQ(triple->SetVideoLayoutContent(2, MixerConfigVideoLayout(9, 0.5, 0.5, 0.5, 0.5, 0, 0)),
+            0);
+  std::vector<MixerConfigVideoLayout*> windows;
+  ASSERT_EQ(Config(13)->GetVideoLayout(&windows), 0);
+  ASSERT_EQ(windows.size(), 3u);
+  EXPECT_EQ(windows[0]->id(), 1);
+  EXPECT_DOUBLE_EQ(windows[0]->w(), 0.5);
+  const MixerConfigVideoLayout& changed = *windows[1];
+  EXPECT_EQ(changed.id(), 2);
+  EXPECT_EQ(std::vector<double>({changed.w(), changed.h(), changed.x(), changed.y()}),
+            std::vector<double>({0.3, 0.4, 0.1, 0.2}));
+  EXPECT_EQ(changed.z(), 5);
+  EXPECT_EQ(changed.crop(), 1);
+  EXPECT_EQ(windows[2]->id(), 9);
+  MediaModel::CleanQuery(&windows);
+  EXPECT_EQ(Config(13)->content(), triple->content());
+
+  for (int index : {-1, 3, 1000})
+    EXPECT_EQ(triple->SetVideoLayoutContent(index, MixerConfigVideoLayout()), -3) << index;
+  EXPECT_EQ(Config(13)->content(), triple->content());
+}
+
+TEST_F(MixerModelTest, ContentThatIsNotALayoutYieldsNoWindows) {
+  struct Case {
+    const char* content;
+    int result;
+    size_t windows;
+  } cases[] = {{"", 0, 0},
+               {"{\"layout\":[]}", 0, 0},
+               {"{\"layout\":[{\"x\":0.5}]}", 0, 1},
+               {"{\"sources\":[1]}", -3, 0},
+               {"{\"layout\":[{\"id\":1},7]}", -3, 0},
+               {"{\"layout\":{}}", -3, 0}};
+  auto config = Config(1);
+  for (const auto& c : cases) {
+    ASSERT_EQ(config->content(c.content), 0);
+    std::vector<MixerConfigVideoLayout*> windows;
+    EXPECT_EQ(config->GetVideoLayout(&windows), c.result) << c.content;
+    EXPECT_EQ(windows.size(), c.windows) << c.content;
+    MediaModel::CleanQuery(&windows);
+    if (c.result != 0) {
+      EXPECT_EQ(config->SetVideoLayoutContent(0, MixerConfigVideoLayout()), -3) << c.content;
+    }
+  }
+}
+
+TEST_F(MixerModelTest, AudioMixersAreFoundByTheOutputTheyFeed) {
+  struct Case {
+    const char* stream;
+    bool fed;
+  } cases[] = {{"audio-out1", true},
+               {"audio-in1", false},  // an input
+               {"display1", false},   // fed by the display mixer, a video mixer
+               {"", false},
+               {"audio-out", false}};
+  for (const auto& c : cases) {
+    std::unique_ptr<Mixer> mixer(query_mixer_from_audio_stream(c.stream));
+    EXPECT_EQ(mixer != nullptr, c.fed) << c.stream;
+    if (mixer) {
+      EXPECT_EQ(mixer->name(), "zolo://audio/mixer/0");
+    }
+  }
+  EXPECT_EQ(query_mixer_from_audio_stream(static_cast<const char*>(nullptr)), nullptr);
+
+  std::unique_ptr<Mixer> line(query_mixer_from_audio_stream("audio-out1"));
+  ASSERT_NE(line->config(), nullptr);
+  EXPECT_TRUE(line->config()->IsAudioSourceContain(10));  // Audio-Mix
+  EXPECT_FALSE(line->config()->IsAudioSourceContain(11));
+}
+
+TEST_F(MixerModelTest, AudioSourcesReadEitherFormAndNothingFromOtherContent) {
+  struct Case {
+    const char* content;
+    bool contains_3;
+  } cases[] = {{"{\"sources\":[3,4]}", true},
+               {"{\"sources\":[{\"id\":3,\"volume\":80}]}", true},
+               {"{\"sources\":[{\"id\":4}]}", false},
+               {"", false},
+               {"{\"layout\":[{\"id\":3}]}", false}};
+  auto config = Config(51, MixerConfig::kAudio);
+  for (const auto& c : cases) {
+    ASSERT_EQ(config->content(c.content), 0);
+    EXPECT_EQ(config->IsAudioSourceContain(3), c.contains_3) << c.content;
+  }
+  config->SetAudioSources({8, 0, -2, 9});
+  ASSERT_EQ(MixerConfig::Update(config.get()), 0);
+  std::vector<int> sources;
+  ASSERT_EQ(Config(51, MixerConfig::kAudio)->GetAudioSources(&sources), 0);
+  EXPECT_EQ(sources, (std::vector<int>{8, 9}));
+}
+
+TEST_F(MixerModelTest, MixerUpdateWritesBindingsAndOutputsAllOrNothing) {
+  auto mixer = MixerNamed("zolo://audio/mixer/1", Mixer::kAudio);
+  mixer->config(Config(53, MixerConfig::kAudio).get());
+  mixer->outputs({"audio-usb-out", "", "phones \"left\""});
+  ASSERT_EQ(Mixer::Update(mixer.get()), 0);
+  std::unique_ptr<Mixer> phones(query_mixer_from_audio_stream("phones \"left\""));
+  ASSERT_NE(phones, nullptr);
+  EXPECT_EQ(phones->config_id(), 53);
+  EXPECT_EQ(phones->outputs(), (std::vector<std::string>{"audio-usb-out", "phones \"left\""}));
+
+  Exec(
+      "CREATE TRIGGER refuse BEFORE INSERT ON mixer_output WHEN NEW.stream = 'bad' "
+      "BEGIN SELECT RAISE(ABORT, 'refused'); END");
+  mixer->config(nullptr);
+  mixer->outputs({"other", "bad"});
+  EXPECT_EQ(Mixer::Update(mixer.get()), -2);
+  auto stored = MixerNamed("zolo://audio/mixer/1", Mixer::kAudio);
+  EXPECT_EQ(stored->config_id(), 53);
+  EXPECT_EQ(stored->outputs().size(), 2u);
+}
+
+TEST_F(MixerModelTest, AssetFilesResolveBelowTheSandboxRootAndStayInTheirFolder) {
+  auto logo = Asset(MixerAsset::kOverlay, 33);
+  const std::string folder = sandbox_->Path("/var/lib/zolo/media/assets/overlay/");
+  EXPECT_EQ(logo->fullpath(), folder + "logo.png");
+  EXPECT_EQ(logo->fullorigin(), folder + "logo.svg");
+  struct Case {
+    const char* path;
+    const char* name;
+    std::string expected;
+  } cases[] = {{"/a/b/", "x.png", sandbox_->Path("/a/b/x.png")},
+               {"file:///a/b", "x.png", sandbox_->Path("/a/b/x.png")},
+               {"/a/b", "", ""},
+               {"/a/b", "..", ""},
+               {"/a/b", "../../etc/passwd", ""},
+               {"", "x.png", ""},
+               {"relative", "x.png", ""}};
+  for (const auto& c : cases) {
+    MixerAsset asset;
+    asset.path(c.path);
+    asset.name(c.name);
+    EXPECT_EQ(asset.fullpath(), c.expected) << c.path << " + " << c.name;
+    EXPECT_EQ(asset.fullpath(c.name), c.expected) << c.path << " + " << c.name;
+  }
+  EXPECT_EQ(MixerAsset().fullorigin(), "");
+  EXPECT_EQ(logo->fullpath(static_cast<const char*>(nullptr)), "");
+}
+
+TEST_F(MixerModelTest, AssetOriginsAndLocationsRoundTrip) {
+  auto slot = Asset(MixerAsset::kOverlay, 34);
+  std::vector<std::string> origins;
+  slot->origin("single.svg");
+  ASSERT_EQ(slot->origins(&origins), 0);
+  EXPECT_EQ(origins, std::vector<std::string>{"single.svg"});
+  slot->origins(std::vector<std::string>{"a.svg", "", "b \"quoted\".svg"});
+  slot->SetLocation({{0.25, 0.75}, {0.5, 0.5}});
+  ASSERT_EQ(MixerAsset::Update(slot.get()), 0);
+  auto stored = Asset(MixerAsset::kOverlay, 34);
+  origins.clear();
+  ASSERT_EQ(stored->origins(&origins), 0);
+  EXPECT_EQ(origins, (std::vector<std::string>{"a.svg", "b \"quoted\".svg"}));
+  double x = 0, y = 0;
+  ASSERT_EQ(stored->ParseLocation(&x, &y), 0);
+  EXPECT_EQ(std::make_pair(x, y), std::make_pair(0.25, 0.75));
+
+  struct Case {
+    const char* location;
+    int result;
+    size_t count;
+  } cases[] = {{"", 0, 0},
+               {"[{\"x\":0.1,\"y\":0.2},{\"x\":0.3,\"y\":0.4}]", 0, 2},
+               {"{\"x\":0.1,\"y\":0.2}", 0, 1},
+               {"[{\"x\":0.1}]", -3, 0},
+               {"[{\"x\":0.1,\"y\":0.2},3]", -3, 0},
+               {"0.5,0.5", -3, 0}};
+  for (const auto& c : cases) {
+    MixerAsset asset;
+    asset.location(c.location);
+    std::vector<MixerAssetLocation> positions;
+    EXPECT_EQ(asset.ParseLocation(&positions), c.result) << c.location;
+    EXPECT_EQ(positions.size(), c.count) << c.location;
+    EXPECT_EQ(asset.ParseLocation(&x, &y), c.count > 0 ? 0 : -3) << c.location;
+  }
+}
+
+TEST_F(MixerModelTest, BrokenDatabaseIsReportedNotThrown) {
+  Exec("DROP TABLE mixer_output");
+  Mixer* mixer = nullptr;
+  EXPECT_EQ(Mixer::QueryByName(Mixer::kVideo, "zolo://video/mixer/0", &mixer), -1);
+  EXPECT_EQ(mixer, nullptr);
+  EXPECT_EQ(query_mixer_from_audio_stream("audio-out1"), nullptr);
+}
+
+TEST_F(MixerModelTest, EverythingFailsCleanlyWhileNotConnected) {
+  auto mixer = MixerNamed("zolo://video/mixer/1");  // bindings not read yet
+  auto config = Config(13);
+  auto asset = Asset(MixerAsset::kBackground, 1);
+  auto theme = LoadTheme(1);
+  MediaModel::Instance()->Release();
+
+  Mixer* out_mixer = nullptr;
+  MixerConfig* out_config = nullptr;
+  MixerAsset* out_asset = nullptr;
+  Theme* out_theme = nullptr;
+  std::vector<MixerConfig*> configs;
+  std::vector<Theme*> themes;
+  const int results[] = {
+      Mixer::QueryByName(Mixer::kVideo, "zolo://video/mixer/0", &out_mixer),
+      Mixer::Update(mixer.get()),
+      MixerConfig::QueryById(MixerConfig::kVideo, 1, &out_config),
+      MixerConfig::QueryByType(MixerConfig::kVideo, &configs, false, false),
+      MixerConfig::TakeFreeSlot(MixerConfig::kVideo, &out_config),
+      MixerConfig::Update(config.get()),
+      config->UpdateRank(1),
+      config->SetVideoLayoutContent(0, MixerConfigVideoLayout()),
+      MixerAsset::QueryById(MixerAsset::kBackground, 1, &out_asset),
+      MixerAsset::Count(MixerAsset::kBackground, true),
+      MixerAsset::Update(asset.get()),
+      asset->UpdateRank(2),
+      Theme::QueryEnabled(&themes, true),
+      Theme::TakeFreeSlot(&out_theme),
+      Theme::RemoveBackground(1),
+      Theme::Update(theme.get()),
+  };
+  for (size_t i = 0; i < sizeof(results) / sizeof(results[0]); ++i)
+    EXPECT_EQ(results[i], -1) << "call " << i;
+  EXPECT_EQ(query_mixer_from_audio_stream("audio-out1"), nullptr);
+  EXPECT_EQ(mixer->config(), nullptr);
+  EXPECT_EQ(mixer->background(), nullptr);
+  EXPECT_NE(config->group(), nullptr);  // read with the configuration
+  EXPECT_EQ(config->group(1), nullptr);
+  EXPECT_EQ(asset->rank(), 1);
+  EXPECT_TRUE(configs.empty() && themes.empty());
+  EXPECT_TRUE(out_mixer == nullptr && out_config == nullptr && out_theme == nullptr);
+}
+
+}  // namespace
