@@ -26,10 +26,8 @@ class MixerRow {
     mixer->type_ = st.getColumn(1).getInt();
     mixer->name_ = st.getColumn(2).getString();
     mixer->config_id_ = st.getColumn(3).getInt();
-    mixer->background_id_ = st.getColumn(4).getInt();
-    mixer->foreground_id_ = st.getColumn(5).getInt();
-    mixer->overlay_id_ = st.getColumn(6).getInt();
-    mixer->system_overlay_id_ = st.getColumn(7).getInt();
+    for (int kind = 0; kind < MixerAsset::kKinds; ++kind)
+      mixer->asset_id_[kind] = st.getColumn(4 + kind).getInt();
     mixer->theme_id_ = st.getColumn(8).getInt();
     mixer->outputs_ = zolo::model::ParseNames(st.getColumn(9).getString());
     return mixer.release();
@@ -46,8 +44,9 @@ class MixerRow {
          "DELETE FROM mixer_output WHERE mixer_id = ?1",
          "INSERT INTO mixer_output (mixer_id, position, stream) SELECT ?1, key, value "
          "FROM json_each(?2) WHERE EXISTS (SELECT 1 FROM mixer WHERE id = ?1)"},
-        mixer.id_, outputs, mixer.config_id_, mixer.background_id_, mixer.foreground_id_,
-        mixer.overlay_id_, mixer.system_overlay_id_, mixer.theme_id_);
+        mixer.id_, outputs, mixer.config_id_, mixer.asset_id_[MixerAsset::kBackground],
+        mixer.asset_id_[MixerAsset::kForeground], mixer.asset_id_[MixerAsset::kOverlay],
+        mixer.asset_id_[MixerAsset::kSystemOverlay], mixer.theme_id_);
     return changed == 0 ? -5 : (changed < 0 ? changed : 0);
   }
 };
@@ -103,47 +102,15 @@ void Mixer::config(MixerConfig* config) {
   config_.reset();
 }
 
-// The asset bound to a mixer under `slot`, read once.
-static MixerAsset* Asset(int type, int id, std::unique_ptr<MixerAsset>* cache) {
-  return zolo::model::LoadOnce(
-      id, cache, [type, id](MixerAsset** out) { return MixerAsset::QueryById(type, id, out); });
+MixerAsset* Mixer::asset(int kind) const {
+  return zolo::model::LoadOnce(asset_id_[kind], &asset_[kind], [this, kind](MixerAsset** out) {
+    return MixerAsset::QueryById(kind, asset_id_[kind], out);
+  });
 }
 
-static void Bind(MixerAsset* asset, int* id, std::unique_ptr<MixerAsset>* cache) {
-  *id = asset != nullptr ? asset->id() : 0;
-  cache->reset();
-}
-
-MixerAsset* Mixer::background() const {
-  return Asset(MixerAsset::kBackground, background_id_, &background_);
-}
-
-void Mixer::background(MixerAsset* asset) {
-  Bind(asset, &background_id_, &background_);
-}
-
-MixerAsset* Mixer::foreground() const {
-  return Asset(MixerAsset::kForeground, foreground_id_, &foreground_);
-}
-
-void Mixer::foreground(MixerAsset* asset) {
-  Bind(asset, &foreground_id_, &foreground_);
-}
-
-MixerAsset* Mixer::overlay() const {
-  return Asset(MixerAsset::kOverlay, overlay_id_, &overlay_);
-}
-
-void Mixer::overlay(MixerAsset* asset) {
-  Bind(asset, &overlay_id_, &overlay_);
-}
-
-MixerAsset* Mixer::system_overlay() const {
-  return Asset(MixerAsset::kSystemOverlay, system_overlay_id_, &system_overlay_);
-}
-
-void Mixer::system_overlay(MixerAsset* asset) {
-  Bind(asset, &system_overlay_id_, &system_overlay_);
+void Mixer::asset(int kind, MixerAsset* value) {
+  asset_id_[kind] = value != nullptr ? value->id() : 0;
+  asset_[kind].reset();
 }
 
 Theme* Mixer::theme() const {

@@ -118,91 +118,80 @@ TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
   EXPECT_EQ(Ids(&themes), std::vector<int>{1});
 }
 
-// Every pool: slots are taken until none is left, a freed slot leaves the order and is
-// the next one taken.
+// One slot pool seen through its model class: take a slot (giving its id), list the free
+// slots, load a slot by id.
 struct Pool {
   const char* what;
-  size_t free;
-  std::function<int(int*)> take;  // the taken id
+  int free;
+  std::function<int(int*)> take;
   std::function<int()> count_free;
-  std::function<int(int)> release;
+  std::function<int(int)> release;  // frees the slot `id` through Update
   std::function<int(int)> rank;
 };
 
+template <class T>
+Pool MakePool(const char* what, int free, std::function<int(T**)> take,
+              std::function<int(std::vector<T*>*)> list_free, std::function<int(int, T**)> load) {
+  auto loaded = [load](int id) {
+    T* object = nullptr;
+    EXPECT_EQ(load(id, &object), 0) << id;
+    return std::unique_ptr<T>(object);
+  };
+  return {what,
+          free,
+          [take](int* id) {
+            T* slot = nullptr;
+            int result = take(&slot);
+            *id = slot ? slot->id() : 0;
+            delete slot;
+            return result;
+          },
+          [list_free] {
+            std::vector<T*> list;
+            EXPECT_EQ(list_free(&list), 0);
+            return static_cast<int>(Ids(&list).size());
+          },
+          [loaded](int id) {
+            auto slot = loaded(id);
+            slot->enabled(false);
+            return T::Update(slot.get());
+          },
+          [loaded](int id) { return loaded(id)->rank(); }};
+}
+
+// Every pool: slots are taken until none is left, each goes to the end of its order, a
+// freed slot leaves the order and is the next one taken.
 TEST_F(MixerModelTest, SlotPoolsRunOutAndFreedSlotsComeBack) {
-  auto free_configs = [] {
-    std::vector<MixerConfig*> list;
-    EXPECT_EQ(MixerConfig::QueryByType(MixerConfig::kVideo, &list, false, false), 0);
-    return static_cast<int>(Ids(&list).size());
-  };
-  auto free_assets = [] {
-    std::vector<MixerAsset*> list;
-    EXPECT_EQ(MixerAsset::QueryByType(MixerAsset::kOverlay, &list, false), 0);
-    return static_cast<int>(Ids(&list).size());
-  };
-  auto free_themes = [] {
-    std::vector<Theme*> list;
-    EXPECT_EQ(Theme::QueryEnabled(&list, false), 0);
-    return static_cast<int>(Ids(&list).size());
-  };
+  const int video = MixerConfig::kVideo;
+  const int overlay = MixerAsset::kOverlay;
   const Pool pools[] = {
-      {"layouts", 32,
-       [](int* id) {
-         MixerConfig* slot = nullptr;
-         int result = MixerConfig::TakeFreeSlot(MixerConfig::kVideo, &slot);
-         *id = slot ? slot->id() : 0;
-         delete slot;
-         return result;
-       },
-       free_configs,
-       [this](int id) {
-         auto slot = Config(id);
-         slot->enabled(false);
-         return MixerConfig::Update(slot.get());
-       },
-       [this](int id) { return Config(id)->rank(); }},
-      {"overlays", 15,
-       [](int* id) {
-         MixerAsset* slot = nullptr;
-         int result = MixerAsset::TakeFreeSlot(MixerAsset::kOverlay, &slot);
-         *id = slot ? slot->id() : 0;
-         delete slot;
-         return result;
-       },
-       free_assets,
-       [this](int id) {
-         auto slot = Asset(MixerAsset::kOverlay, id);
-         slot->enabled(false);
-         return MixerAsset::Update(slot.get());
-       },
-       [this](int id) { return Asset(MixerAsset::kOverlay, id)->rank(); }},
-      {"themes", 15,
-       [](int* id) {
-         Theme* slot = nullptr;
-         int result = Theme::TakeFreeSlot(&slot);
-         *id = slot ? slot->id() : 0;
-         delete slot;
-         return result;
-       },
-       free_themes,
-       [this](int id) {
-         auto slot = LoadTheme(id);
-         slot->enabled(false);
-         return Theme::Update(slot.get());
-       },
-       [this](int id) { return LoadTheme(id)->rank(); }},
+      MakePool<MixerConfig>(
+          "layouts", 32, [=](MixerConfig** out) { return MixerConfig::TakeFreeSlot(video, out); },
+          [=](std::vector<MixerConfig*>* out) {
+            return MixerConfig::QueryByType(video, out, false, false);
+          },
+          [=](int id, MixerConfig** out) { return MixerConfig::QueryById(video, id, out); }),
+      MakePool<MixerAsset>(
+          "overlays", 15, [=](MixerAsset** out) { return MixerAsset::TakeFreeSlot(overlay, out); },
+          [=](std::vector<MixerAsset*>* out) {
+            return MixerAsset::QueryByType(overlay, out, false);
+          },
+          [=](int id, MixerAsset** out) { return MixerAsset::QueryById(overlay, id, out); }),
+      MakePool<Theme>(
+          "themes", 15, Theme::TakeFreeSlot,
+          [](std::vector<Theme*>* out) { return Theme::QueryEnabled(out, false); },
+          Theme::QueryById),
   };
   for (const auto& pool : pools) {
     SCOPED_TRACE(pool.what);
-    EXPECT_EQ(pool.count_free(), static_cast<int>(pool.free));
+    EXPECT_EQ(pool.count_free(), pool.free);
     std::vector<int> taken;
     int id = 0;
-    while (taken.size() <= pool.free && pool.take(&id) == 0) taken.push_back(id);
-    ASSERT_EQ(taken.size(), pool.free);
+    while (static_cast<int>(taken.size()) <= pool.free && pool.take(&id) == 0) taken.push_back(id);
+    ASSERT_EQ(static_cast<int>(taken.size()), pool.free);
     EXPECT_EQ(pool.take(&id), -2);
     EXPECT_EQ(pool.count_free(), 0);
-    // Each taken slot went to the end of its order.
-    EXPECT_EQ(pool.rank(taken.back()), pool.rank(taken.front()) + static_cast<int>(pool.free) - 1);
+    EXPECT_EQ(pool.rank(taken.back()), pool.rank(taken.front()) + pool.free - 1);
 
     ASSERT_EQ(pool.release(taken[3]), 0);
     EXPECT_EQ(pool.rank(taken[3]), -1);

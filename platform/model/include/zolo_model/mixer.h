@@ -58,18 +58,19 @@ class Mixer {
   MixerConfig* config() const;
   void config(MixerConfig* config);
   int config_id() const { return config_id_; }
-  MixerAsset* background() const;
-  void background(MixerAsset* asset);
-  int background_id() const { return background_id_; }
-  MixerAsset* foreground() const;
-  void foreground(MixerAsset* asset);
-  int foreground_id() const { return foreground_id_; }
-  MixerAsset* overlay() const;
-  void overlay(MixerAsset* asset);
-  int overlay_id() const { return overlay_id_; }
-  MixerAsset* system_overlay() const;
-  void system_overlay(MixerAsset* asset);
-  int system_overlay_id() const { return system_overlay_id_; }
+  // The asset bindings, one per asset kind (MixerAsset::kBackground ...).
+  MixerAsset* background() const { return asset(MixerAsset::kBackground); }
+  void background(MixerAsset* value) { asset(MixerAsset::kBackground, value); }
+  int background_id() const { return asset_id_[MixerAsset::kBackground]; }
+  MixerAsset* foreground() const { return asset(MixerAsset::kForeground); }
+  void foreground(MixerAsset* value) { asset(MixerAsset::kForeground, value); }
+  int foreground_id() const { return asset_id_[MixerAsset::kForeground]; }
+  MixerAsset* overlay() const { return asset(MixerAsset::kOverlay); }
+  void overlay(MixerAsset* value) { asset(MixerAsset::kOverlay, value); }
+  int overlay_id() const { return asset_id_[MixerAsset::kOverlay]; }
+  MixerAsset* system_overlay() const { return asset(MixerAsset::kSystemOverlay); }
+  void system_overlay(MixerAsset* value) { asset(MixerAsset::kSystemOverlay, value); }
+  int system_overlay_id() const { return asset_id_[MixerAsset::kSystemOverlay]; }
   Theme* theme() const;
   void theme(Theme* theme);
   int theme_id() const { return theme_id_; }
@@ -80,17 +81,14 @@ class Mixer {
   int type_ = kVideo;
   std::string name_;
   std::vector<std::string> outputs_;
+  MixerAsset* asset(int kind) const;
+  void asset(int kind, MixerAsset* value);
+
   int config_id_ = 0;
-  int background_id_ = 0;
-  int foreground_id_ = 0;
-  int overlay_id_ = 0;
-  int system_overlay_id_ = 0;
+  int asset_id_[MixerAsset::kKinds] = {};
   int theme_id_ = 0;
   mutable std::unique_ptr<MixerConfig> config_;
-  mutable std::unique_ptr<MixerAsset> background_;
-  mutable std::unique_ptr<MixerAsset> foreground_;
-  mutable std::unique_ptr<MixerAsset> overlay_;
-  mutable std::unique_ptr<MixerAsset> system_overlay_;
+  mutable std::unique_ptr<MixerAsset> asset_[MixerAsset::kKinds];
   mutable std::unique_ptr<Theme> theme_;
 };
 

@@ -32,6 +32,7 @@ class MixerAsset {
   static constexpr int kForeground = 1;
   static constexpr int kOverlay = 2;
   static constexpr int kSystemOverlay = 3;
+  static constexpr int kKinds = 4;
 
   // The asset `id` of kind `type`; -5 when there is none of that kind.
   static int QueryById(int type, int id, MixerAsset** out);
