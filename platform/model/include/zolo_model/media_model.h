@@ -76,6 +76,23 @@ int WithMediaDatabase(Fn fn) {
   }
 }
 
+// Runs a change meant for exactly one row with `values` bound in order: 0 when one row
+// changed, -5 when none did, -1 on a database error.
+template <class... Values>
+int ChangeOneRow(const char* sql, const Values&... values) {
+  return WithMediaDatabase([&](Database& database) {
+    SQLite::Statement& statement = database.Prepared(sql);
+    int index = 0;
+    (statement.bind(++index, values), ...);
+    return statement.exec() == 1 ? 0 : -5;
+  });
+}
+
+}  // namespace zolo::model
+
+// Row helpers shared by the model families.
+namespace zolo::model {
+
 // Binds `values` to the parameters ?1, ?2, ... of `statement`, leaving out those past the
 // last parameter the statement names.
 template <class... Values>
@@ -83,17 +100,6 @@ void BindInOrder(SQLite::Statement& statement, const Values&... values) {
   const int count = statement.getBindParameterCount();
   int index = 0;
   ((++index <= count ? statement.bind(index, values) : void()), ...);
-}
-
-// Runs a change meant for exactly one row with `values` bound in order: 0 when one row
-// changed, -5 when none did, -1 on a database error.
-template <class... Values>
-int ChangeOneRow(const char* sql, const Values&... values) {
-  return WithMediaDatabase([&](Database& database) {
-    SQLite::Statement& statement = database.Prepared(sql);
-    BindInOrder(statement, values...);
-    return statement.exec() == 1 ? 0 : -5;
-  });
 }
 
 // Runs the changes `sqls` in order in one transaction (all or none), each with `values`
