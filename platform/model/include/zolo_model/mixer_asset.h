@@ -5,8 +5,8 @@
 // `enabled` is set; enabled assets are ranked 1..n within their kind, free slots carry
 // rank -1. An asset's file is `name` inside the folder `path` (a "file://" URL is taken as
 // its path), a system path that the file operations resolve below the sandbox root
-// (zolo::SysrootPath). File names are plain
-// names: a name with a "/" yields no path, so nothing outside the folder is touched.
+// (zolo::SysrootPath). File names are plain names: a name with a "/" yields no path, so
+// nothing outside the folder is touched. Uploads keep one folder per kind.
 //
 // `origin` is the file the asset was made from; an overlay may be made from several,
 // kept as `origins`. `location` holds an overlay's positions as JSON,
