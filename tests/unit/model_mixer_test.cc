@@ -24,27 +24,26 @@ std::vector<int> Ids(std::vector<T*>* objects) {
   return ids;
 }
 
+// The object a query by id or name finds, owned.
+template <class T, class Query, class... Args>
+std::unique_ptr<T> Load(Query query, Args... args) {
+  T* object = nullptr;
+  EXPECT_EQ(query(args..., &object), 0);
+  return std::unique_ptr<T>(object);
+}
+
 class MixerModelTest : public zolo::test::ModelTest {
  protected:
   static std::unique_ptr<MixerConfig> Config(int id, int type = MixerConfig::kVideo) {
-    MixerConfig* config = nullptr;
-    EXPECT_EQ(MixerConfig::QueryById(type, id, &config), 0) << "config " << id;
-    return std::unique_ptr<MixerConfig>(config);
+    return Load<MixerConfig>(MixerConfig::QueryById, type, id);
   }
   static std::unique_ptr<MixerAsset> Asset(int type, int id) {
-    MixerAsset* asset = nullptr;
-    EXPECT_EQ(MixerAsset::QueryById(type, id, &asset), 0) << "asset " << id;
-    return std::unique_ptr<MixerAsset>(asset);
+    return Load<MixerAsset>(MixerAsset::QueryById, type, id);
   }
-  static std::unique_ptr<Theme> LoadTheme(int id) {
-    Theme* theme = nullptr;
-    EXPECT_EQ(Theme::QueryById(id, &theme), 0) << "theme " << id;
-    return std::unique_ptr<Theme>(theme);
-  }
+  static std::unique_ptr<Theme> LoadTheme(int id) { return Load<Theme>(Theme::QueryById, id); }
   static std::unique_ptr<Mixer> MixerNamed(const char* uri, int type = Mixer::kVideo) {
-    Mixer* mixer = nullptr;
-    EXPECT_EQ(Mixer::QueryByName(type, uri, &mixer), 0) << uri;
-    return std::unique_ptr<Mixer>(mixer);
+    return Load<Mixer>(static_cast<int (*)(int, const char*, Mixer**)>(Mixer::QueryByName), type,
+                       uri);
   }
 };
 
@@ -54,7 +53,6 @@ TEST_F(MixerModelTest, DefaultMixersShowAConfigurationOfTheirKind) {
     const char* group;
     std::vector<std::string> outputs;
   } cases[] = {{"zolo://video/mixer/0", "Single", {}},
-               {"zolo://video/mixer/1", "Single", {}},
                {"zolo://video/mixer/2", "Single", {}},
                {"zolo://video/display_mixer/0", "Display", {"display1"}}};
   for (const auto& c : cases) {
@@ -64,14 +62,10 @@ TEST_F(MixerModelTest, DefaultMixersShowAConfigurationOfTheirKind) {
     EXPECT_EQ(mixer->outputs(), c.outputs) << c.uri;
   }
   auto main = MixerNamed("zolo://video/mixer/0");
-  ASSERT_TRUE(main->background() && main->theme());
+  ASSERT_TRUE(main->background() && main->theme() && main->theme()->overlay());
   EXPECT_EQ(main->background()->name(), "black.png");
-  EXPECT_EQ(main->theme()->name(), "Default");
+  EXPECT_EQ(main->theme()->overlay()->name(), "logo.png");
   EXPECT_EQ(main->foreground(), nullptr);
-  auto theme = LoadTheme(1);
-  ASSERT_TRUE(theme->layout() && theme->overlay());
-  EXPECT_EQ(theme->layout()->name(), "HDMI1");
-  EXPECT_EQ(theme->overlay()->name(), "logo.png");
 }
 
 TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
@@ -80,7 +74,6 @@ TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
   MixerConfigGroup* group = nullptr;
   MixerAsset* asset = nullptr;
   Theme* theme = nullptr;
-  std::vector<Theme*> themes;
   struct Case {
     const char* what;
     std::function<int()> call;
@@ -90,11 +83,8 @@ TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
       {"mixer type", [&] { return Mixer::QueryByName(1, "zolo://video/mixer/0", &mixer); }, -5},
       {"mixer null name",
        [&] { return Mixer::QueryByName(0, static_cast<const char*>(nullptr), &mixer); }, -3},
-      {"mixer null out", [&] { return Mixer::QueryByName(0, "zolo://video/mixer/0", nullptr); },
-       -3},
       {"mixer id", [&] { return Mixer::QueryById(999, &mixer); }, -5},
       {"config type", [&] { return MixerConfig::QueryById(MixerConfig::kAudio, 1, &config); }, -5},
-      {"config id", [&] { return MixerConfig::QueryById(MixerConfig::kVideo, -1, &config); }, -5},
       {"group", [&] { return MixerConfigGroup::QueryByTypeName(1, "Display", &group); }, -5},
       {"group null", [&] { return MixerConfigGroup::QueryByTypeName(0, nullptr, &group); }, -3},
       {"asset kind", [&] { return MixerAsset::QueryById(MixerAsset::kOverlay, 1, &asset); }, -5},
@@ -108,14 +98,11 @@ TEST_F(MixerModelTest, UnknownObjectsWrongTypesAndNullArgumentsAreRefused) {
       {"unsaved config", [&] { return MixerConfig::Update(std::make_unique<MixerConfig>().get()); },
        -5},
       {"unsaved rank", [&] { return MixerAsset().UpdateRank(1); }, -5},
-      {"unsaved theme", [&] { return Theme::Update(std::make_unique<Theme>().get()); }, -5},
   };
   for (const auto& c : cases) EXPECT_EQ(c.call(), c.result) << c.what;
   EXPECT_EQ(mixer, nullptr);
   EXPECT_EQ(config, nullptr);
   EXPECT_EQ(asset, nullptr);
-  EXPECT_EQ(Theme::QueryEnabled(&themes, true), 0);
-  EXPECT_EQ(Ids(&themes), std::vector<int>{1});
 }
 
 // One slot pool seen through its model class: take a slot (giving its id), list the free
@@ -319,22 +306,6 @@ TEST_F(MixerModelTest, ThemeBindingsAreWrittenByIdAndAMissingObjectChangesNothin
   EXPECT_EQ(LoadTheme(1)->layout_id(), 14);
 }
 
-TEST_F(MixerModelTest, ContentAcceptsOnlyEmptyTextOrAJsonObject) {
-  struct Case {
-    const char* text;
-    int result;
-  } cases[] = {{"", 0},       {"{}", 0},        {"{\"layout\":[]}", 0},
-               {"[1,2]", -3}, {"not json", -3}, {"{\"layout\":[", -3},
-               {nullptr, -3}};
-  auto config = Config(1);
-  for (const auto& c : cases) {
-    std::string before = config->content();
-    EXPECT_EQ(config->content(c.text), c.result) << (c.text ? c.text : "null");
-    EXPECT_EQ(config->content(), c.result == 0 ? std::string(c.text) : before);
-  }
-  EXPECT_EQ(config->content("{\"a\":\"" + std::string(2 << 20, 'x') + "\"}"), -3);
-}
-
 TEST_F(MixerModelTest, LayoutWindowsRoundTripThroughTheDatabase) {
   auto triple = Config(13);
   // Source id 0 keeps the window's source; the geometry and crop change.
@@ -362,28 +333,37 @@ TEST_F(MixerModelTest, LayoutWindowsRoundTripThroughTheDatabase) {
   EXPECT_EQ(Config(13)->content(), triple->content());
 }
 
+// Content is empty or a JSON object; only a list of window objects is a layout.
 TEST_F(MixerModelTest, ContentThatIsNotALayoutYieldsNoWindows) {
   struct Case {
     const char* content;
+    int stored;  // content() result; a refused text leaves the content as it was
     int result;
     size_t windows;
-  } cases[] = {{"", 0, 0},
-               {"{\"layout\":[]}", 0, 0},
-               {"{\"layout\":[{\"x\":0.5}]}", 0, 1},
-               {"{\"sources\":[1]}", -3, 0},
-               {"{\"layout\":[{\"id\":1},7]}", -3, 0},
-               {"{\"layout\":{}}", -3, 0}};
+  } cases[] = {{"", 0, 0, 0},
+               {"{\"layout\":[]}", 0, 0, 0},
+               {"{\"layout\":[{\"x\":0.5}]}", 0, 0, 1},
+               {"{\"sources\":[1]}", 0, -3, 0},
+               {"{\"layout\":[{\"id\":1},7]}", 0, -3, 0},
+               {"{\"layout\":{}}", 0, -3, 0},
+               {"[1,2]", -3, 0, 1},
+               {"{\"layout\":[", -3, 0, 1},
+               {nullptr, -3, 0, 1}};
   auto config = Config(1);
+  const std::string one_window = config->content();
   for (const auto& c : cases) {
-    ASSERT_EQ(config->content(c.content), 0);
+    SCOPED_TRACE(c.content ? c.content : "null");
+    ASSERT_EQ(config->content(one_window), 0);
+    EXPECT_EQ(config->content(c.content), c.stored);
     std::vector<MixerConfigVideoLayout*> windows;
-    EXPECT_EQ(config->GetVideoLayout(&windows), c.result) << c.content;
-    EXPECT_EQ(windows.size(), c.windows) << c.content;
+    EXPECT_EQ(config->GetVideoLayout(&windows), c.result);
+    EXPECT_EQ(windows.size(), c.windows);
     MediaModel::CleanQuery(&windows);
     if (c.result != 0) {
-      EXPECT_EQ(config->SetVideoLayoutContent(0, MixerConfigVideoLayout()), -3) << c.content;
+      EXPECT_EQ(config->SetVideoLayoutContent(0, MixerConfigVideoLayout()), -3);
     }
   }
+  EXPECT_EQ(config->content("{\"a\":\"" + std::string(2 << 20, 'x') + "\"}"), -3);
 }
 
 TEST_F(MixerModelTest, AudioMixersAreFoundByTheOutputTheyFeed) {
@@ -504,7 +484,6 @@ TEST_F(MixerModelTest, AssetOriginsAndLocationsRoundTrip) {
                {"[{\"x\":0.1,\"y\":0.2},{\"x\":0.3,\"y\":0.4}]", 0, 2},
                {"{\"x\":0.1,\"y\":0.2}", 0, 1},
                {"[{\"x\":0.1}]", -3, 0},
-               {"[{\"x\":0.1,\"y\":0.2},3]", -3, 0},
                {"0.5,0.5", -3, 0}};
   for (const auto& c : cases) {
     MixerAsset asset;
