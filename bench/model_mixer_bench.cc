@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include "model_fixture.h"
 #include "ratio_reporter.h"
 #include "sandbox.h"
 
@@ -108,12 +107,11 @@ BENCHMARK(BM_MixerWindows_Baseline);
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
-    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+  // A fresh database from the tree's initial.sql in a temporary root.
   zolo::test::Sandbox sandbox;
   g_database = sandbox.Path("/media.db");
-  if (MediaModel::Instance()->Initialize(g_database, zolo::test::InitialSqlPath()) != 0) return 1;
+  const std::string initial_sql = std::string(ZOLO_SOURCE_DIR_DEFAULT) + "/data/initial.sql";
+  if (MediaModel::Instance()->Initialize(g_database, initial_sql) != 0) return 1;
   benchmark::Initialize(&argc, argv);
   int result = zolo::bench::RunWithRatios({{"BM_ListLayouts_Model", "BM_ListLayouts_Baseline"},
                                            {"BM_MixerWindows_Model", "BM_MixerWindows_Baseline"}});
