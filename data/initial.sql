@@ -138,4 +138,202 @@ INSERT INTO stream_metadata (stream_id, key_id, value) VALUES
 
 -- ===== mixers, layouts, assets, themes =====
 
+-- Mixers, their configurations (layouts and audio mixes), mixer assets and themes.
+-- Windows of a layout name their sources by id, audio mixes their channels by id, and
+-- mixers their output streams by name: plain values, not foreign keys into the source,
+-- channel and stream tables, so this part loads and changes on its own.
+-- Configurations, assets and themes are fixed pools of slots: rows are taken into use
+-- ("enabled") and freed again, never inserted or deleted by the library.
+
+-- Layout kinds (type 0, video) and the audio mix group (type 1). The "Display" group
+-- holds the local display's layouts; groups made after it carry no preview image.
+CREATE TABLE mixer_config_group (
+  id INTEGER PRIMARY KEY,
+  type INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  UNIQUE (type, name)
+);
+
+-- A configuration slot: a layout (type 0) or an audio mix (type 1). Free slots have
+-- enabled and custom clear and an empty content.
+CREATE TABLE mixer_config (
+  id INTEGER PRIMARY KEY,
+  type INTEGER NOT NULL,
+  group_id INTEGER REFERENCES mixer_config_group (id) ON DELETE SET NULL,
+  name TEXT NOT NULL DEFAULT '',
+  content TEXT NOT NULL DEFAULT '',
+  rank INTEGER NOT NULL DEFAULT -1,
+  enabled INTEGER NOT NULL DEFAULT 0 CHECK (enabled IN (0, 1)),
+  custom INTEGER NOT NULL DEFAULT 0 CHECK (custom IN (0, 1))
+);
+CREATE INDEX mixer_config_by_type ON mixer_config (type, enabled, custom);
+CREATE INDEX mixer_config_by_group ON mixer_config (group_id);
+
+-- Asset slots: type 0 background, 1 foreground (intermission pictures among them),
+-- 2 overlay and logo, 3 system overlay. The file is `name` in the folder `path`.
+CREATE TABLE mixer_asset (
+  id INTEGER PRIMARY KEY,
+  type INTEGER NOT NULL CHECK (type BETWEEN 0 AND 3),
+  name TEXT NOT NULL DEFAULT '',
+  path TEXT NOT NULL DEFAULT '',
+  origin TEXT NOT NULL DEFAULT '',
+  origins TEXT NOT NULL DEFAULT '',
+  location TEXT NOT NULL DEFAULT '',
+  content TEXT NOT NULL DEFAULT '',
+  enabled INTEGER NOT NULL DEFAULT 0 CHECK (enabled IN (0, 1)),
+  rank INTEGER NOT NULL DEFAULT -1
+);
+CREATE INDEX mixer_asset_by_type ON mixer_asset (type, enabled);
+
+-- Theme slots: one layout, one background and one overlay under a name.
+CREATE TABLE theme (
+  id INTEGER PRIMARY KEY,
+  name TEXT NOT NULL DEFAULT '',
+  layout_id INTEGER REFERENCES mixer_config (id) ON DELETE SET NULL,
+  background_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  overlay_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  enabled INTEGER NOT NULL DEFAULT 0 CHECK (enabled IN (0, 1)),
+  rank INTEGER NOT NULL DEFAULT -1
+);
+CREATE INDEX theme_by_layout ON theme (layout_id);
+CREATE INDEX theme_by_background ON theme (background_id);
+CREATE INDEX theme_by_overlay ON theme (overlay_id);
+
+-- The engine's mixers (type 0 video, 1 audio, named by URI) and what each shows now.
+CREATE TABLE mixer (
+  id INTEGER PRIMARY KEY,
+  type INTEGER NOT NULL,
+  name TEXT NOT NULL,
+  config_id INTEGER REFERENCES mixer_config (id) ON DELETE SET NULL,
+  background_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  foreground_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  overlay_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  system_overlay_id INTEGER REFERENCES mixer_asset (id) ON DELETE SET NULL,
+  theme_id INTEGER REFERENCES theme (id) ON DELETE SET NULL,
+  UNIQUE (type, name)
+);
+
+-- Output streams (by name) a mixer feeds: display outputs, audio outputs.
+CREATE TABLE mixer_output (
+  mixer_id INTEGER NOT NULL REFERENCES mixer (id) ON DELETE CASCADE,
+  position INTEGER NOT NULL,
+  stream TEXT NOT NULL,
+  PRIMARY KEY (mixer_id, position)
+);
+CREATE INDEX mixer_output_by_stream ON mixer_output (stream);
+
+INSERT INTO mixer_config_group (id, type, name) VALUES
+  (1, 0, 'Single'),
+  (2, 0, 'Dual'),
+  (3, 0, 'PIP'),
+  (4, 0, 'PBP'),
+  (5, 0, 'Triple'),
+  (6, 0, 'Quad'),
+  (7, 0, 'Pentuple'),
+  (8, 0, 'Hextuple'),
+  (9, 0, 'Septuple'),
+  (10, 0, 'Octuple'),
+  (11, 0, 'Nonuple'),
+  (12, 0, 'Manual'),
+  (13, 0, 'Display'),
+  (14, 1, 'Audio');
+
+-- Layouts of the capture inputs HDMI1 to HDMI4 and SDI1 (sources 1 to 5 of the channels
+-- Video-Capture1 to Video-Capture5), by kind. Windows: fractions of the picture; crop 0
+-- fits the source into its window, 1 fills it and crops.
+INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom) VALUES
+  (1, 0, 1, 'HDMI1', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 1, 1, 0),
+  (2, 0, 1, 'HDMI2', '{"layout":[{"id":2,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 2, 1, 0),
+  (3, 0, 1, 'HDMI3', '{"layout":[{"id":3,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 3, 1, 0),
+  (4, 0, 1, 'HDMI4', '{"layout":[{"id":4,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 4, 1, 0),
+  (5, 0, 1, 'SDI1', '{"layout":[{"id":5,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 5, 1, 0),
+  (6, 0, 2, 'HDMI1 | HDMI2', '{"layout":[{"id":1,"x":0,"y":0.25,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0.25,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 1, 1, 0),
+  (7, 0, 2, 'HDMI3 | HDMI4', '{"layout":[{"id":3,"x":0,"y":0.25,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":4,"x":0.5,"y":0.25,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 2, 1, 0),
+  (8, 0, 2, 'HDMI1 | HDMI2 cropped', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":1,"crop":1},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":1,"crop":1}]}', 3, 1, 0),
+  (9, 0, 3, 'HDMI1 with HDMI2', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0},{"id":2,"x":0.7,"y":0.7,"z":1,"w":0.25,"h":0.25,"crop":0}]}', 1, 1, 0),
+  (10, 0, 3, 'SDI1 with HDMI1', '{"layout":[{"id":5,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0},{"id":1,"x":0.7,"y":0.7,"z":1,"w":0.25,"h":0.25,"crop":0}]}', 2, 1, 0),
+  (11, 0, 4, 'HDMI1 beside HDMI2', '{"layout":[{"id":1,"x":0,"y":0.125,"z":0,"w":0.75,"h":0.75,"crop":0},{"id":2,"x":0.75,"y":0.375,"z":0,"w":0.25,"h":0.25,"crop":0}]}', 1, 1, 0),
+  (12, 0, 4, 'HDMI2 beside HDMI1', '{"layout":[{"id":2,"x":0,"y":0.125,"z":0,"w":0.75,"h":0.75,"crop":0},{"id":1,"x":0.75,"y":0.375,"z":0,"w":0.25,"h":0.25,"crop":0}]}', 2, 1, 0),
+  (13, 0, 5, 'HDMI1, HDMI2 and HDMI3', '{"layout":[{"id":1,"x":0,"y":0.25,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0.5,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 1, 1, 0),
+  (14, 0, 6, 'HDMI1 to HDMI4', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":4,"x":0.5,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 1, 1, 0),
+  (15, 0, 7, 'All inputs', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0},{"id":4,"x":0.3333333333333333,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0},{"id":5,"x":0.6666666666666666,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0}]}', 1, 1, 0);
+
+-- The pool of free slots that custom layouts are added to.
+INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom)
+WITH RECURSIVE slot (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM slot WHERE i < 32)
+SELECT 15 + i, 0, 12, 'Manual ' || i, '', -1, 0, 0 FROM slot;
+
+-- Layouts of the local display.
+INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom) VALUES
+  (48, 0, 13, 'Display HDMI1', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0}]}', 1, 1, 0),
+  (49, 0, 13, 'Display HDMI1 to HDMI4', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":4,"x":0.5,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 2, 1, 0),
+  (50, 0, 13, 'Display HDMI1 with HDMI2', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":1,"h":1,"crop":0},{"id":2,"x":0.7,"y":0.7,"z":1,"w":0.25,"h":0.25,"crop":0}]}', 3, 1, 0);
+
+-- Audio mixes: the channels each audio mixer mixes (10 Audio-Mix, 11 Audio-Usb, 1 the
+-- first capture input's embedded audio).
+INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom) VALUES
+  (51, 1, 14, 'Line out mix', '{"sources":[{"id":10},{"id":1}]}', 1, 1, 0),
+  (52, 1, 14, 'USB mix', '{"sources":[{"id":11}]}', 2, 1, 0),
+  (53, 1, 14, 'Audio mix 3', '', -1, 0, 0),
+  (54, 1, 14, 'Audio mix 4', '', -1, 0, 0);
+
+-- Backgrounds: three shipped pictures and free slots.
+INSERT INTO mixer_asset (id, type, name, path, enabled, rank) VALUES
+  (1, 0, 'black.png', '/var/lib/zolo/media/assets/background', 1, 1),
+  (2, 0, 'grey.png', '/var/lib/zolo/media/assets/background', 1, 2),
+  (3, 0, 'blue.png', '/var/lib/zolo/media/assets/background', 1, 3);
+INSERT INTO mixer_asset (id, type)
+WITH RECURSIVE slot (i) AS (SELECT 4 UNION ALL SELECT i + 1 FROM slot WHERE i < 16)
+SELECT i, 0 FROM slot;
+
+-- Foregrounds: the fixed intermission slots (the first one shipped and in use), then
+-- free slots.
+INSERT INTO mixer_asset (id, type, name, path, enabled, rank) VALUES
+  (17, 1, 'intermission_1.png', '/var/lib/zolo/media/assets/foreground', 1, 1),
+  (18, 1, 'intermission_2.png', '/var/lib/zolo/media/assets/foreground', 0, -1),
+  (19, 1, 'intermission_3.png', '/var/lib/zolo/media/assets/foreground', 0, -1);
+INSERT INTO mixer_asset (id, type)
+WITH RECURSIVE slot (i) AS (SELECT 20 UNION ALL SELECT i + 1 FROM slot WHERE i < 32)
+SELECT i, 1 FROM slot;
+
+-- Overlays and logos: the shipped logo in the top right corner, then free slots.
+INSERT INTO mixer_asset (id, type, name, path, origin, origins, location, enabled, rank) VALUES
+  (33, 2, 'logo.png', '/var/lib/zolo/media/assets/overlay', 'logo.svg', '["logo.svg"]',
+   '[{"x":0.85,"y":0.05}]', 1, 1);
+INSERT INTO mixer_asset (id, type)
+WITH RECURSIVE slot (i) AS (SELECT 34 UNION ALL SELECT i + 1 FROM slot WHERE i < 48)
+SELECT i, 2 FROM slot;
+
+-- System overlays drawn by the engine itself.
+INSERT INTO mixer_asset (id, type, name, path, location, content, enabled, rank) VALUES
+  (49, 3, 'recording_indicator.png', '/usr/share/media/overlay', '[{"x":0.02,"y":0.02}]',
+   '{"kind":"recording_indicator"}', 1, 1),
+  (50, 3, 'clock.png', '/usr/share/media/overlay', '[{"x":0.02,"y":0.92}]',
+   '{"kind":"clock","format":"%H:%M:%S"}', 1, 2);
+INSERT INTO mixer_asset (id, type)
+WITH RECURSIVE slot (i) AS (SELECT 51 UNION ALL SELECT i + 1 FROM slot WHERE i < 56)
+SELECT i, 3 FROM slot;
+
+-- Themes: the default one and free slots.
+INSERT INTO theme (id, name, layout_id, background_id, overlay_id, enabled, rank) VALUES
+  (1, 'Default', 1, 1, 33, 1, 1);
+INSERT INTO theme (id)
+WITH RECURSIVE slot (i) AS (SELECT 2 UNION ALL SELECT i + 1 FROM slot WHERE i < 16)
+SELECT i FROM slot;
+
+-- The mixers. The three video mixers record and stream; the display mixer feeds the
+-- local display; the first audio mixer feeds the line output, the second is spare.
+INSERT INTO mixer (id, type, name, config_id, background_id, foreground_id, overlay_id,
+                   system_overlay_id, theme_id) VALUES
+  (1, 0, 'zolo://video/mixer/0', 1, 1, NULL, NULL, NULL, 1),
+  (2, 0, 'zolo://video/mixer/1', 2, 1, NULL, NULL, NULL, NULL),
+  (3, 0, 'zolo://video/mixer/2', 3, 1, NULL, NULL, NULL, NULL),
+  (4, 0, 'zolo://video/display_mixer/0', 49, NULL, NULL, NULL, NULL, NULL),
+  (5, 1, 'zolo://audio/mixer/0', 51, NULL, NULL, NULL, NULL, NULL),
+  (6, 1, 'zolo://audio/mixer/1', 52, NULL, NULL, NULL, NULL, NULL);
+INSERT INTO mixer_output (mixer_id, position, stream) VALUES
+  (4, 0, 'display1'),
+  (5, 0, 'audio-out1');
+
+
 -- ===== end of mixers, layouts, assets, themes =====

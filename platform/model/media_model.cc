@@ -96,3 +96,24 @@ int MediaModel::ExecuteFromFile(const std::string& path) {
     return -1;
   }
 }
+
+namespace zolo::model {
+
+int MoveRank(const std::string& table, const std::string& scope, int id, int rank, int* stored) {
+  // The row leaves the order, the others are renumbered 1..n leaving a gap at `rank`, and
+  // the row takes the gap (or the end when `rank` is past it).
+  const std::string others = " FROM " + table + " o, " + table + " m WHERE m.id = ?2 AND (" +
+                             scope + ") AND o.rank > 0 AND o.enabled = 1 AND o.id <> ?2";
+  const std::string leave = "UPDATE " + table + " SET rank = -1 WHERE id = ?2";
+  const std::string renumber = "UPDATE " + table +
+                               " SET rank = r.n + (?1 >= 1 AND r.n >= ?1) FROM (SELECT o.id, "
+                               "row_number() OVER (ORDER BY o.rank, o.id) AS n" +
+                               others + ") AS r WHERE " + table + ".id = r.id";
+  const std::string place = "UPDATE " + table + " SET rank = MIN(?1, (SELECT count(*)" + others +
+                            ") + 1) WHERE id = ?2 AND ?1 >= 1";
+  int moved = ChangeRows({leave.c_str(), renumber.c_str(), place.c_str()}, rank, id);
+  if (moved <= 0) return moved == 0 ? -5 : moved;
+  return QueryInt(stored, "SELECT rank FROM " + table + " WHERE id = ?", id);
+}
+
+}  // namespace zolo::model
