@@ -78,43 +78,39 @@ class RecordingRows {
   template <class... Values>
   static int Select(const char* sql, bool with_videos, std::vector<Recording*>* out,
                     const Values&... values) {
-    auto videos = [with_videos](Database& db, std::vector<std::unique_ptr<Recording>>& rows) {
-      if (with_videos) ReadVideos(db, rows);
-    };
-    return SelectRows(&ReadRecording, videos, out, sql, values...);
+    size_t before = out != nullptr ? out->size() : 0;
+    int result = QueryRowsOf(RecordingDatabase(), out, sql, &ReadRecording, values...);
+    if (result == 0 && with_videos) ReadVideos(out->data() + before, out->data() + out->size());
+    return result;
   }
 
   template <class... Values>
   static int SelectOne(const char* sql, Recording** out, const Values&... values) {
-    auto videos = [](Database& db, std::vector<std::unique_ptr<Recording>>& rows) {
-      ReadVideos(db, rows);
-    };
-    return SelectFirstRow(&ReadRecording, videos, out, sql, values...);
+    int result = QueryRowOf(RecordingDatabase(), out, sql, &ReadRecording, values...);
+    if (result == 0) ReadVideos(out, out + 1);
+    return result;
   }
 
-  // Reads the videos of every recording of `rows` with one statement.
-  static void ReadVideos(Database& db, std::vector<std::unique_ptr<Recording>>& rows) {
-    if (rows.empty()) return;
+  // Reads the videos of the recordings [first, last) with one statement. On failure they
+  // stay unread, and videos() tries again.
+  static void ReadVideos(Recording* const* first, Recording* const* last) {
+    if (first == last) return;
     std::unordered_map<int, Recording*> by_id;
     std::string ids = "[";
-    for (auto& row : rows) {
-      by_id.emplace(row->id_, row.get());
-      row->videos_loaded_ = true;
+    for (Recording* const* row = first; row != last; ++row) {
+      by_id.emplace((*row)->id_, *row);
       if (ids.size() > 1) ids += ',';
-      ids += std::to_string(row->id_);
+      ids += std::to_string((*row)->id_);
     }
     ids += ']';
-    SQLite::Statement& query =
-        db.Prepared(VIDEO_COLUMNS
-                    "WHERE recording_id IN (SELECT value FROM json_each(?1)) "
-                    "ORDER BY recording_id, id");
-    query.bind(1, ids);
-    while (query.executeStep()) {
-      std::unique_ptr<Video> video(ReadVideo(query));
-      auto it = by_id.find(video->recording_id_);
-      if (it != by_id.end()) it->second->videos_.push_back(video.release());
-    }
-    query.reset();
+    std::vector<Video*> videos;
+    if (QueryRowsOf(RecordingDatabase(), &videos,
+                    VIDEO_COLUMNS "WHERE recording_id IN (SELECT value FROM json_each(?1)) "
+                                  "ORDER BY recording_id, id",
+                    &ReadVideo, ids) != 0)
+      return;
+    for (auto& [id, recording] : by_id) recording->videos_loaded_ = true;
+    for (Video* video : videos) by_id[video->recording_id_]->videos_.push_back(video);
   }
 
   static std::string Information(Recording& recording) {
@@ -361,30 +357,13 @@ int Recording::RemoveSnapshot(uint64_t time) {
 }
 
 int Video::QueryById(int id, Video** out) {
-  if (out == nullptr) return -3;
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query = db.Prepared(VIDEO_COLUMNS "WHERE id = ?1");
-    query.bind(1, id);
-    if (!query.executeStep()) return -5;
-    *out = RecordingRows::ReadVideo(query);
-    query.reset();
-    return 0;
-  });
+  return QueryRowOf(RecordingDatabase(), out, VIDEO_COLUMNS "WHERE id = ?1",
+                    &RecordingRows::ReadVideo, id);
 }
 
 int Video::QueryByRecordingId(int recording_id, std::vector<Video*>* out) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<Video>> rows;
-  int result = WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query = db.Prepared(VIDEO_COLUMNS "WHERE recording_id = ?1 ORDER BY id");
-    query.bind(1, recording_id);
-    while (query.executeStep()) rows.emplace_back(RecordingRows::ReadVideo(query));
-    query.reset();
-    return 0;
-  });
-  if (result < 0) return result;
-  for (auto& row : rows) out->push_back(row.release());
-  return 0;
+  return QueryRowsOf(RecordingDatabase(), out, VIDEO_COLUMNS "WHERE recording_id = ?1 ORDER BY id",
+                     &RecordingRows::ReadVideo, recording_id);
 }
 
 int Video::Add(Video* video) {

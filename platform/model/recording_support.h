@@ -35,56 +35,11 @@ inline int64_t Offset(unsigned page, unsigned count) {
   return static_cast<int64_t>(page) * count;
 }
 
-// Runs `sql` with `values` bound and makes one object per row with `read`; `then(db, rows)`
-// runs on the rows before the lock is released. The rows are appended to `out` only when
-// everything succeeded. 0, -1, -3 for a null `out`.
-template <class T, class Then, class... Values>
-int SelectRows(T* (*read)(SQLite::Statement&), Then then, std::vector<T*>* out, const char* sql,
-               const Values&... values) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<T>> rows;
-  int result = WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query = Bound(db, sql, values...);
-    while (query.executeStep()) rows.emplace_back(read(query));
-    query.reset();
-    then(db, rows);
-    return 0;
-  });
-  if (result < 0) return result;
-  out->reserve(out->size() + rows.size());
-  for (auto& row : rows) out->push_back(row.release());
-  return 0;
-}
-
-// The first row of SelectRows as `*out`: 0, -5 when there is none, -1, -3.
-template <class T, class Then, class... Values>
-int SelectFirstRow(T* (*read)(SQLite::Statement&), Then then, T** out, const char* sql,
-                   const Values&... values) {
-  if (out == nullptr) return -3;
-  std::vector<T*> found;
-  int result = SelectRows(read, then, &found, sql, values...);
-  if (result < 0) return result;
-  if (found.empty()) return -5;
-  *out = found.front();
-  for (size_t i = 1; i < found.size(); ++i) delete found[i];
-  return 0;
-}
-
-// A `then` for SelectRows that does nothing more.
-struct NothingMore {
-  template <class Rows>
-  void operator()(Database&, Rows&) const {}
-};
-
 // The number that `sql` (a count query) gives with `values` bound; -1 on a database error.
 template <class... Values>
 int CountRows(const char* sql, const Values&... values) {
-  return WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query = Bound(db, sql, values...);
-    int count = query.executeStep() ? query.getColumn(0).getInt() : 0;
-    query.reset();
-    return count;
-  });
+  int count = 0;
+  return QueryIntOf(RecordingDatabase(), &count, sql, values...) == 0 ? count : -1;
 }
 
 // `base` + "/" + `relative`, normalised; "" when it would leave `base` or be `base` itself.

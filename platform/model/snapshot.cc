@@ -58,24 +58,25 @@ Snapshot::~Snapshot() {
 }
 
 int Snapshot::QueryById(int id, Snapshot** out) {
-  return SelectFirstRow(&SnapshotRows::ReadSnapshot, NothingMore(), out,
-                        SNAPSHOT_COLUMNS "WHERE id = ?1", id);
+  return QueryRowOf(RecordingDatabase(), out, SNAPSHOT_COLUMNS "WHERE id = ?1",
+                    &SnapshotRows::ReadSnapshot, id);
 }
 
 int Snapshot::QueryByPage(unsigned page, unsigned count, std::vector<Snapshot*>* out) {
-  return SelectRows(&SnapshotRows::ReadSnapshot, NothingMore(), out,
-                    SNAPSHOT_COLUMNS "ORDER BY created_at DESC, id DESC LIMIT ?1 OFFSET ?2",
-                    Limit(count), Offset(page, count));
+  return QueryRowsOf(RecordingDatabase(), out,
+                     SNAPSHOT_COLUMNS "ORDER BY created_at DESC, id DESC LIMIT ?1 OFFSET ?2",
+                     &SnapshotRows::ReadSnapshot, Limit(count), Offset(page, count));
 }
 
 int Snapshot::QueryByFolder(const std::string& folder, Snapshot** out) {
-  return SelectFirstRow(&SnapshotRows::ReadSnapshot, NothingMore(), out,
-                        SNAPSHOT_COLUMNS "WHERE folder = ?1", folder);
+  return QueryRowOf(RecordingDatabase(), out, SNAPSHOT_COLUMNS "WHERE folder = ?1",
+                    &SnapshotRows::ReadSnapshot, folder);
 }
 
 int Snapshot::QueryByStatus(const std::string& status, std::vector<Snapshot*>* out) {
-  return SelectRows(&SnapshotRows::ReadSnapshot, NothingMore(), out,
-                    SNAPSHOT_COLUMNS "WHERE status = ?1 ORDER BY created_at DESC, id DESC", status);
+  return QueryRowsOf(RecordingDatabase(), out,
+                     SNAPSHOT_COLUMNS "WHERE status = ?1 ORDER BY created_at DESC, id DESC",
+                     &SnapshotRows::ReadSnapshot, status);
 }
 
 int Snapshot::Count() {
@@ -146,20 +147,20 @@ std::string Snapshot::BaseFolder() {
 Image::~Image() = default;
 
 int Image::QueryById(int id, Image** out) {
-  return SelectFirstRow(&SnapshotRows::ReadImage, NothingMore(), out, IMAGE_COLUMNS "WHERE id = ?1",
-                        id);
+  return QueryRowOf(RecordingDatabase(), out, IMAGE_COLUMNS "WHERE id = ?1",
+                    &SnapshotRows::ReadImage, id);
 }
 
 int Image::QueryByStatus(const std::string& status, std::vector<Image*>* out) {
-  return SelectRows(&SnapshotRows::ReadImage, NothingMore(), out,
-                    IMAGE_COLUMNS "WHERE status = ?1 ORDER BY id DESC", status);
+  return QueryRowsOf(RecordingDatabase(), out, IMAGE_COLUMNS "WHERE status = ?1 ORDER BY id DESC",
+                     &SnapshotRows::ReadImage, status);
 }
 
 int Image::QueryBySnapshot(int snapshot_id, unsigned page, unsigned count,
                            std::vector<Image*>* out) {
-  return SelectRows(&SnapshotRows::ReadImage, NothingMore(), out,
-                    IMAGE_COLUMNS "WHERE snapshot_id = ?1 ORDER BY id LIMIT ?2 OFFSET ?3",
-                    snapshot_id, Limit(count), Offset(page, count));
+  return QueryRowsOf(RecordingDatabase(), out,
+                     IMAGE_COLUMNS "WHERE snapshot_id = ?1 ORDER BY id LIMIT ?2 OFFSET ?3",
+                     &SnapshotRows::ReadImage, snapshot_id, Limit(count), Offset(page, count));
 }
 
 int Image::Count(int snapshot_id) {

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace zolo::model {
 
@@ -66,12 +67,20 @@ int WithDatabase(Database* database, Fn fn) {
   }
 }
 
-// The prepared statement for `sql` with `values` bound to ?1, ?2... in order.
+// Binds `values` to the parameters ?1, ?2, ... of `statement`, leaving out those past the
+// last parameter the statement names.
 template <class... Values>
-SQLite::Statement& Bound(Database& database, const char* sql, const Values&... values) {
-  SQLite::Statement& statement = database.Prepared(sql);
+void BindInOrder(SQLite::Statement& statement, const Values&... values) {
+  const int count = statement.getBindParameterCount();
   int index = 0;
-  (statement.bind(++index, values), ...);
+  ((++index <= count ? statement.bind(index, values) : void()), ...);
+}
+
+// The prepared statement for `sql` with `values` bound in order.
+template <class... Values>
+SQLite::Statement& Bound(Database& database, const std::string& sql, const Values&... values) {
+  SQLite::Statement& statement = database.Prepared(sql);
+  BindInOrder(statement, values...);
   return statement;
 }
 
@@ -92,6 +101,58 @@ int InsertRowOf(Database* database, int* id, const char* sql, const Values&... v
     *id = static_cast<int>(db.raw().getLastInsertRowid());
     return 0;
   });
+}
+
+// Runs a query with `values` bound in order and appends `read(statement)`, a new T, for
+// every row to `out`: all rows or none. 0; -3 when `out` is null; -1 / -2 as WithDatabase.
+template <class T, class Read, class... Values>
+int QueryRowsOf(Database* database, std::vector<T*>* out, const std::string& sql, Read read,
+                const Values&... values) {
+  if (out == nullptr) return -3;
+  std::vector<std::unique_ptr<T>> rows;
+  int result = WithDatabase(database, [&](Database& db) {
+    SQLite::Statement& statement = Bound(db, sql, values...);
+    while (statement.executeStep()) rows.emplace_back(read(statement));
+    return 0;
+  });
+  if (result != 0) return result;
+  out->reserve(out->size() + rows.size());
+  for (auto& row : rows) out->push_back(row.release());
+  return 0;
+}
+
+// The first row of a query, or of a change with RETURNING, as a new T in `*out`
+// (untouched on failure). 0; -5 when there is no row; -3 when `out` is null; -1 / -2.
+template <class T, class Read, class... Values>
+int QueryRowOf(Database* database, T** out, const std::string& sql, Read read,
+               const Values&... values) {
+  if (out == nullptr) return -3;
+  std::unique_ptr<T> row;
+  int result = WithDatabase(database, [&](Database& db) {
+    SQLite::Statement& statement = Bound(db, sql, values...);
+    if (!statement.executeStep()) return -5;
+    row.reset(read(statement));
+    while (statement.executeStep()) {  // finishes the statement: no read stays open
+    }
+    return 0;
+  });
+  if (result == 0) *out = row.release();
+  return result;
+}
+
+// The first column of the first row as an integer in `*value` (untouched on failure).
+// 0; -5 when there is no row; -3; -1 / -2.
+template <class... Values>
+int QueryIntOf(Database* database, int* value, const std::string& sql, const Values&... values) {
+  if (value == nullptr) return -3;
+  int* row = nullptr;
+  int result = QueryRowOf(
+      database, &row, sql,
+      [](SQLite::Statement& statement) { return new int(statement.getColumn(0).getInt()); },
+      values...);
+  if (result == 0) *value = *row;
+  delete row;
+  return result;
 }
 
 }  // namespace zolo::model

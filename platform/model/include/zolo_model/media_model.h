@@ -75,15 +75,6 @@ int ChangeOneRow(const char* sql, const Values&... values) {
 // Row helpers shared by the model families.
 namespace zolo::model {
 
-// Binds `values` to the parameters ?1, ?2, ... of `statement`, leaving out those past the
-// last parameter the statement names.
-template <class... Values>
-void BindInOrder(SQLite::Statement& statement, const Values&... values) {
-  const int count = statement.getBindParameterCount();
-  int index = 0;
-  ((++index <= count ? statement.bind(index, values) : void()), ...);
-}
-
 // Runs the changes `sqls` in order in one transaction (all or none), each with `values`
 // bound to the parameters it names. Returns the number of rows the first one changed, or
 // -2 / -1 as WithMediaDatabase.
@@ -103,57 +94,20 @@ int ChangeRows(std::initializer_list<const char*> sqls, const Values&... values)
   });
 }
 
-// Runs a query with `values` bound in order and appends `read(statement)`, a new T, for
-// every row to `out`: all rows or none. 0; -3 when `out` is null; -1 / -2 as
-// WithMediaDatabase.
+// QueryRowsOf, QueryRowOf and QueryIntOf on the media database.
 template <class T, class Read, class... Values>
 int QueryRows(std::vector<T*>* out, const std::string& sql, Read read, const Values&... values) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<T>> rows;
-  int result = WithMediaDatabase([&](Database& database) {
-    SQLite::Statement& statement = database.Prepared(sql);
-    BindInOrder(statement, values...);
-    while (statement.executeStep()) rows.emplace_back(read(statement));
-    return 0;
-  });
-  if (result != 0) return result;
-  out->reserve(out->size() + rows.size());
-  for (auto& row : rows) out->push_back(row.release());
-  return 0;
+  return QueryRowsOf(MediaModel::Instance()->database(), out, sql, read, values...);
 }
 
-// The first row of a query, or of a change with RETURNING, as a new T in `*out`
-// (untouched on failure). 0; -5 when there is no row; -3 when `out` is null; -1 / -2.
 template <class T, class Read, class... Values>
 int QueryRow(T** out, const std::string& sql, Read read, const Values&... values) {
-  if (out == nullptr) return -3;
-  std::unique_ptr<T> row;
-  int result = WithMediaDatabase([&](Database& database) {
-    SQLite::Statement& statement = database.Prepared(sql);
-    BindInOrder(statement, values...);
-    if (!statement.executeStep()) return -5;
-    row.reset(read(statement));
-    while (statement.executeStep()) {  // finishes the statement: no read stays open
-    }
-    return 0;
-  });
-  if (result == 0) *out = row.release();
-  return result;
+  return QueryRowOf(MediaModel::Instance()->database(), out, sql, read, values...);
 }
 
-// The first column of the first row of a query (or RETURNING change) as an integer in
-// `*value` (untouched on failure). 0; -5 when there is no row; -3; -1 / -2.
 template <class... Values>
 int QueryInt(int* value, const std::string& sql, const Values&... values) {
-  if (value == nullptr) return -3;
-  int* row = nullptr;
-  int result = QueryRow(
-      &row, sql,
-      [](SQLite::Statement& statement) { return new int(statement.getColumn(0).getInt()); },
-      values...);
-  if (result == 0) *value = *row;
-  delete row;
-  return result;
+  return QueryIntOf(MediaModel::Instance()->database(), value, sql, values...);
 }
 
 // Moves row `id` of `table` (a ranked slot pool with columns id, rank and enabled) to
