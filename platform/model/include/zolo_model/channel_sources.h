@@ -23,7 +23,7 @@ class ChannelSources {
   static int Update(ChannelSources* sources);
 
   int id() const { return id_; }
-  // The channel's id.
+  // The id of the channel these lists belong to.
   int channel() const { return channel_id_; }
 
   // Appends the ids listed under `key` to `*ids`. 0 (an absent key lists nothing); -3 null
