@@ -159,8 +159,8 @@ INSERT INTO codec (id, name, type, parameters) VALUES
   (5, 'PCM', 1, '[{"name": "samplerate", "value": "48000"}]'),
   (6, 'OPUS', 1, '[{"name": "bitrate", "value": "64,96,128"}]');
 
--- Codec parameter presets; the codec parameters are JSON objects. Built-in presets cannot
--- be changed or removed.
+-- Codec parameter presets; the codec parameters are JSON objects. Built-in presets come
+-- with the appliance: users may not change them and they are never removed.
 CREATE TABLE codec_parameter_preset (
   id INTEGER PRIMARY KEY,
   name TEXT NOT NULL UNIQUE,
