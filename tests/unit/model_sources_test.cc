@@ -7,8 +7,10 @@
 #include <zolo_model/source.h>
 #include <zolo_model/stream.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "model_fixture.h"
@@ -402,6 +404,42 @@ TEST_F(SourceModelTest, AllowedSourceLists) {
   EXPECT_EQ(ChannelSources::Add(&orphan), -2);  // no such channel
   EXPECT_EQ(ChannelSources::Update(&orphan), -5);
   EXPECT_EQ(ChannelSources::QueryByChannel(999, &lists), -5);
+}
+
+// Snapshot tasks write user sources from their own threads while callers read channels.
+TEST_F(SourceModelTest, ConcurrentWritersAndReaders) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 25;
+  std::atomic<int> failures{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t, &failures] {
+      for (int round = 0; round < kRounds; ++round) {
+        UserSource added("t" + std::to_string(t) + "-" + std::to_string(round), "video", "network",
+                         "rtsp://10.0.0.1/" + std::to_string(round));
+        UserSource* lobby = nullptr;
+        Channel* channel = nullptr;
+        if (UserSource::Add(&added) != 0) ++failures;
+        if (UserSource::QueryById(1, &lobby) != 0) {
+          ++failures;
+          continue;
+        }
+        lobby->UpdateParameter("preview_dest", "/snap/" + std::to_string(t));
+        if (UserSource::Update(lobby) != 0) ++failures;
+        if (Channel::QueryByName("RTSP1", &channel) != 0 || channel->video_user_source() == nullptr)
+          ++failures;
+        delete lobby;
+        delete channel;
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(failures.load(), 0);
+  std::vector<UserSource*> all;
+  ASSERT_EQ(UserSource::QueryAll(&all), 0);
+  EXPECT_EQ(all.size(), 4u + kThreads * kRounds);
+  MediaModel::CleanQuery(&all);
+  EXPECT_EQ(ById<UserSource>(1)->ObtainStrParameter("preview_dest").rfind("/snap/", 0), 0u);
 }
 
 TEST_F(SourceModelTest, MissingOutputsAndDisconnectedModel) {
