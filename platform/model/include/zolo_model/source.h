@@ -126,11 +126,11 @@ class SourceRecord : public MediaSource {
  public:
   // The source `id`. 0; -3 null `out`; -5 not found; -1.
   static int QueryById(int id, Kind** out);
-  // The source named `name`, respectively with the sub-address `sub_address`
-  // (the first by id when several share it). 0; -3; -5; -1.
+  // The source named `name`; the source with the sub-address `sub_address` (the first by
+  // id when several share it). 0; -3; -5; -1.
   static int QueryByName(const std::string& name, Kind** out);
   static int QueryBySubAddress(const std::string& sub_address, Kind** out);
-  // Every visible source, respectively every source; appended to `out`. 0; -3; -1.
+  // The visible sources; all sources. Appended to `out`. 0; -3; -1.
   static int QueryVisible(std::vector<Kind*>* out);
   static int QueryAll(std::vector<Kind*>* out);
   // The sources whose ids are in `ids` (unknown ids are skipped). 0; -3; -1.
