@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "json_members.h"
-#include "zolo_model/media_model.h"
+#include "query_support.h"
 
 namespace {
 
@@ -47,7 +47,7 @@ int ChannelSources::QueryList(const char* where, int channel_id,
         db.Prepared(std::string("SELECT id, channel_id, sources, user_sources FROM "
                                 "channel_sources WHERE ") +
                     where + " ORDER BY channel_id");
-    if (query.getBindParameterCount() > 0) query.bind(1, channel_id);
+    zolo::model::BindKey(query, nullptr, channel_id);
     while (query.executeStep()) {
       found.emplace_back(new ChannelSources());
       ChannelSources& row = *found.back();
@@ -67,11 +67,7 @@ int ChannelSources::QueryList(const char* where, int channel_id,
 int ChannelSources::QueryByChannel(int channel_id, ChannelSources** out) {
   if (out == nullptr) return -3;
   std::vector<ChannelSources*> found;
-  int result = QueryList("channel_id = ?", channel_id, &found);
-  if (result == 0 && found.empty()) return -5;
-  if (result != 0) return result;
-  *out = found.front();
-  return 0;
+  return zolo::model::TakeFirst(&found, QueryList("channel_id = ?", channel_id, &found), out);
 }
 
 int ChannelSources::QueryAll(std::vector<ChannelSources*>* out) {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "json_members.h"
-#include "zolo_model/media_model.h"
+#include "query_support.h"
 
 namespace {
 
@@ -174,10 +174,7 @@ int MediaSource::QueryWhere(const char* table, const char* where, const std::str
     std::vector<std::unique_ptr<MediaSource>> found;
     SQLite::Statement& query = db.Prepared(std::string("SELECT ") + kColumns + " FROM " + table +
                                            " WHERE " + where + " ORDER BY id");
-    if (text != nullptr)
-      query.bind(1, *text);
-    else if (query.getBindParameterCount() > 0)
-      query.bind(1, number);
+    zolo::model::BindKey(query, text, number);
     while (query.executeStep()) {
       found.emplace_back(make());
       found.back()->ReadRow(query);
@@ -296,26 +293,21 @@ int MediaSource::Delete(const char* table, const char* list_column, int id) {
 }
 
 template <class Kind>
-int SourceRecord<Kind>::QueryOne(const char* where, const std::string* text, int number,
-                                 Kind** out) {
-  if (out == nullptr) return -3;
-  std::vector<MediaSource*> found;
-  int result = QueryWhere(Kind::kTable, where, text, number, &Make, &found);
-  if (result != 0) return result;
-  if (found.empty()) return -5;
-  *out = static_cast<Kind*>(found.front());
-  for (size_t i = 1; i < found.size(); ++i) delete found[i];
-  return 0;
-}
-
-template <class Kind>
-int SourceRecord<Kind>::QueryMany(const char* where, const std::string* text,
+int SourceRecord<Kind>::QueryMany(const char* where, const std::string* text, int number,
                                   std::vector<Kind*>* out) {
   if (out == nullptr) return -3;
   std::vector<MediaSource*> found;
-  int result = QueryWhere(Kind::kTable, where, text, 0, &Make, &found);
+  int result = QueryWhere(Kind::kTable, where, text, number, &Make, &found);
   for (MediaSource* source : found) out->push_back(static_cast<Kind*>(source));
   return result;
+}
+
+template <class Kind>
+int SourceRecord<Kind>::QueryOne(const char* where, const std::string* text, int number,
+                                 Kind** out) {
+  if (out == nullptr) return -3;
+  std::vector<Kind*> found;
+  return zolo::model::TakeFirst(&found, QueryMany(where, text, number, &found), out);
 }
 
 template <class Kind>
@@ -335,12 +327,12 @@ int SourceRecord<Kind>::QueryBySubAddress(const std::string& sub_address, Kind**
 
 template <class Kind>
 int SourceRecord<Kind>::QueryVisible(std::vector<Kind*>* out) {
-  return QueryMany("visible = 1", nullptr, out);
+  return QueryMany("visible = 1", nullptr, 0, out);
 }
 
 template <class Kind>
 int SourceRecord<Kind>::QueryAll(std::vector<Kind*>* out) {
-  return QueryMany("1", nullptr, out);
+  return QueryMany("1", nullptr, 0, out);
 }
 
 template <class Kind>
@@ -348,7 +340,7 @@ int SourceRecord<Kind>::QueryByIds(const std::vector<int>& ids, std::vector<Kind
   std::string list = "[";
   for (int id : ids) list += (list.size() > 1 ? "," : "") + std::to_string(id);
   list += "]";
-  return QueryMany("id IN (SELECT value FROM json_each(?))", &list, out);
+  return QueryMany("id IN (SELECT value FROM json_each(?))", &list, 0, out);
 }
 
 template <class Kind>

@@ -57,7 +57,8 @@ class CodecParameterPreset {
  private:
   friend class Stream;  // builds presets from its joined query
   CodecParameterPreset() = default;
-  // Reads the columns listed by kColumns in codec.cc from `first` on.
+  // Reads the preset columns (id, name, codec names, parameter texts, builtin, codec ids,
+  // visible) from `first` on.
   static CodecParameterPreset* FromRow(SQLite::Statement& row, int first);
   static int QueryList(const char* where, const std::string* text, int number,
                        std::vector<CodecParameterPreset*>* out);

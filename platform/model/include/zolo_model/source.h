@@ -149,7 +149,8 @@ class SourceRecord : public MediaSource {
 
  private:
   static int QueryOne(const char* where, const std::string* text, int number, Kind** out);
-  static int QueryMany(const char* where, const std::string* text, std::vector<Kind*>* out);
+  static int QueryMany(const char* where, const std::string* text, int number,
+                       std::vector<Kind*>* out);
   static MediaSource* Make() { return new Kind(); }
 };
 
