@@ -19,32 +19,148 @@ INSERT INTO setting (name, value) VALUES
   ('interactive', '0'),
   ('recording_mode', '0');
 
--- Channels pair a video source with an audio source. Source ids refer to the source tables.
+-- Sources. The device's own inputs (channel_source) and inputs that users define
+-- (user_source) have the same columns. type: 0 video, 1 audio. category: 0 capture port,
+-- 1 network input the device pulls, 2 file, 3 network input pushed to the device (listener),
+-- 4 mixer, 5 USB device, 6 placeholder. parameters and authentication are JSON objects; the
+-- three flags are fixed, available (offered to channels) and enabled.
+CREATE TABLE channel_source (
+  id INTEGER PRIMARY KEY,
+  name TEXT NOT NULL UNIQUE,
+  type INTEGER NOT NULL DEFAULT 0,
+  category INTEGER NOT NULL DEFAULT 0,
+  url TEXT NOT NULL DEFAULT '',
+  sub_address TEXT NOT NULL DEFAULT '',
+  authentication TEXT NOT NULL DEFAULT '{}',
+  parameters TEXT NOT NULL DEFAULT '{}',
+  fixed INTEGER NOT NULL DEFAULT 1,
+  available INTEGER NOT NULL DEFAULT 1,
+  enabled INTEGER NOT NULL DEFAULT 1,
+  visible INTEGER NOT NULL DEFAULT 1,
+  int_attr1 INTEGER NOT NULL DEFAULT 0,
+  int_attr2 INTEGER NOT NULL DEFAULT 0,
+  extra TEXT NOT NULL DEFAULT '',
+  extra2 TEXT NOT NULL DEFAULT ''
+);
+CREATE INDEX channel_source_sub_address ON channel_source (sub_address);
+
+CREATE TABLE user_source (
+  id INTEGER PRIMARY KEY,
+  name TEXT NOT NULL UNIQUE,
+  type INTEGER NOT NULL DEFAULT 0,
+  category INTEGER NOT NULL DEFAULT 1,
+  url TEXT NOT NULL DEFAULT '',
+  sub_address TEXT NOT NULL DEFAULT '',
+  authentication TEXT NOT NULL DEFAULT '{}',
+  parameters TEXT NOT NULL DEFAULT '{}',
+  fixed INTEGER NOT NULL DEFAULT 1,
+  available INTEGER NOT NULL DEFAULT 1,
+  enabled INTEGER NOT NULL DEFAULT 1,
+  visible INTEGER NOT NULL DEFAULT 1,
+  int_attr1 INTEGER NOT NULL DEFAULT 0,
+  int_attr2 INTEGER NOT NULL DEFAULT 0,
+  extra TEXT NOT NULL DEFAULT '',
+  extra2 TEXT NOT NULL DEFAULT ''
+);
+
+INSERT INTO channel_source
+  (id, name, type, category, url, sub_address, parameters, authentication, fixed, available, visible)
+VALUES
+  (1, 'Capture1', 0, 0, 'capture://video/0', 'SC0710:RAW 01.00 0401f717', '{"resolution": "1920x1080", "frame_rate": 60, "rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (2, 'Capture2', 0, 0, 'capture://video/1', 'SC0710:RAW 00.00 0404f71d', '{"resolution": "1920x1080", "frame_rate": 60, "rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (3, 'Capture3', 0, 0, 'capture://video/2', 'SC0710:RAW 00.01 0404f71d', '{"resolution": "1920x1080", "frame_rate": 60, "rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (4, 'Capture4', 0, 0, 'capture://video/3', 'SC0710:RAW 00.02 0404f71d', '{"resolution": "1920x1080", "frame_rate": 60, "rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (5, 'Capture5', 0, 0, 'capture://video/4', 'SC0710:RAW 00.03 0404f71d', '{"resolution": "1920x1080", "frame_rate": 60, "rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (6, 'Usb1', 0, 5, 'v4l2:///dev/video0', '', '{"resolution": "1280x720", "codec": "MJPEG", "frame_rate": 30, "rotate": 0}', '{}', 1, 1, 1),
+  (7, 'RTSP1', 0, 1, 'rtsp://0.0.0.0/fake', '', '{"rotate": 0, "audio_delay": 0}', '{}', 1, 1, 1),
+  (8, 'SRT-LISTENER1', 0, 3, 'srt://0.0.0.0:9000?mode=listener', '', '{"latency": 120, "source_port": 9000, "audio_delay": 0}', '{"encryption": 0, "key_length": 16, "passphrase": ""}', 1, 1, 1),
+  (9, 'Movie1', 0, 2, 'file:///usr/share/media/movie/default.mp4', '', '{}', '{}', 1, 1, 1),
+  (10, 'NDI1', 0, 1, 'ndi://ZOLO-<MAC_ADDR>/live', '', '{"rotate": 0}', '{}', 1, 1, 1),
+  (11, 'Placeholder1', 0, 6, 'rtsp://0.0.0.0/fake', '', '{}', '{}', 1, 0, 0),
+  (12, 'Capture-Audio1', 1, 0, 'capture://audio/0', 'SC0710:RAW 01.00 0401f717', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (13, 'Capture-Audio2', 1, 0, 'capture://audio/1', 'SC0710:RAW 00.00 0404f71d', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (14, 'Capture-Audio3', 1, 0, 'capture://audio/2', 'SC0710:RAW 00.01 0404f71d', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (15, 'Capture-Audio4', 1, 0, 'capture://audio/3', 'SC0710:RAW 00.02 0404f71d', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (16, 'Capture-Audio5', 1, 0, 'capture://audio/4', 'SC0710:RAW 00.03 0404f71d', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (17, 'Usb-Audio1', 1, 5, 'alsa://hw:1,0', '', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (18, 'Mix-Audio1', 1, 4, 'zolo://audio/mixer/0', '', '{}', '{}', 1, 1, 1),
+  (19, 'Line-In1', 1, 0, 'alsa://hw:0,0', '', '{"audio_delay": 0}', '{}', 1, 1, 1);
+
+INSERT INTO user_source
+  (id, name, type, category, url, parameters, authentication, fixed, available, visible)
+VALUES
+  (1, 'Lobby Camera', 0, 1, 'rtsp://192.168.1.64:554/stream1', '{"rotate": 0, "audio_delay": 0, "preview_dest": ""}', '{}', 1, 1, 1),
+  (2, 'Remote Studio', 0, 3, 'srt://0.0.0.0:9001?mode=listener', '{"latency": 200, "source_port": 9001, "audio_delay": 0}', '{"encryption": 1, "key_length": 16, "passphrase": "change-me-please"}', 1, 1, 1),
+  (3, 'Stage NDI', 0, 1, 'ndi://STAGE-PC/output', '{"rotate": 0}', '{}', 1, 1, 1),
+  (4, 'Spare SRT caller', 0, 1, 'srt://203.0.113.10:9002?mode=caller', '{"latency": 120}', '{"encryption": 0}', 1, 1, 0);
+
+-- Channels bind at most one video source, one audio source, one video user source and one
+-- audio user source; removing a source clears the link. Channels are named after the input
+-- that feeds them and their number (Video-Capture2, Video-Usb1, RTSP1, SRT-LISTENER1).
 CREATE TABLE channel (
   id INTEGER PRIMARY KEY,
   name TEXT NOT NULL UNIQUE,
-  video_source_id INTEGER NOT NULL DEFAULT 0,
-  audio_source_id INTEGER NOT NULL DEFAULT 0
+  video_source_id INTEGER REFERENCES channel_source (id) ON DELETE SET NULL,
+  audio_source_id INTEGER REFERENCES channel_source (id) ON DELETE SET NULL,
+  video_user_source_id INTEGER REFERENCES user_source (id) ON DELETE SET NULL,
+  audio_user_source_id INTEGER REFERENCES user_source (id) ON DELETE SET NULL,
+  preview_url TEXT NOT NULL DEFAULT '',
+  ordinal TEXT NOT NULL DEFAULT '',
+  attribute INTEGER NOT NULL DEFAULT 0,
+  visible INTEGER NOT NULL DEFAULT 1
 );
 
-INSERT INTO channel (id, name, video_source_id, audio_source_id) VALUES
-  (1, 'Video-Capture1', 1, 1), (2, 'Video-Capture2', 2, 2), (3, 'Video-Capture3', 3, 3),
-  (4, 'Video-Capture4', 4, 4), (5, 'Video-Capture5', 5, 5), (6, 'Video-Usb1', 6, 6),
-  (7, 'RTSP1', 7, 7), (8, 'SRT-LISTENER1', 8, 8), (9, 'Movie', 9, 9),
-  (10, 'Audio-Mix', 0, 10), (11, 'Audio-Usb', 0, 11);
+INSERT INTO channel
+  (id, name, video_source_id, audio_source_id, video_user_source_id, audio_user_source_id, ordinal, attribute)
+VALUES
+  (1, 'Video-Capture1', 1, 12, NULL, NULL, '1', 0), (2, 'Video-Capture2', 2, 13, NULL, NULL, '2', 0),
+  (3, 'Video-Capture3', 3, 14, NULL, NULL, '3', 0), (4, 'Video-Capture4', 4, 15, NULL, NULL, '4', 0),
+  (5, 'Video-Capture5', 5, 16, NULL, NULL, '5', 0), (6, 'Video-Usb1', 6, 17, NULL, NULL, '1', 0),
+  (7, 'RTSP1', 7, 7, 1, NULL, '1', 0), (8, 'SRT-LISTENER1', 8, 8, 2, 2, '1', 0),
+  (9, 'Movie', 9, 9, NULL, NULL, '', 0),
+  (10, 'Audio-Mix', NULL, 18, NULL, NULL, '1', 1), (11, 'Audio-Usb', NULL, 17, NULL, NULL, '1', 1);
 
--- Codecs: type 0 video, 1 audio.
+-- The sources each channel may switch to: JSON objects of id lists under "video_sources"
+-- and "audio_sources", for device sources and for user sources.
+CREATE TABLE channel_sources (
+  id INTEGER PRIMARY KEY,
+  channel_id INTEGER NOT NULL UNIQUE REFERENCES channel (id) ON DELETE CASCADE,
+  sources TEXT NOT NULL DEFAULT '{}',
+  user_sources TEXT NOT NULL DEFAULT '{}'
+);
+
+INSERT INTO channel_sources (channel_id, sources, user_sources) VALUES
+  (1, '{"video_sources": [1], "audio_sources": [12, 19]}', '{"video_sources": []}'),
+  (2, '{"video_sources": [2], "audio_sources": [13, 19]}', '{"video_sources": []}'),
+  (3, '{"video_sources": [3], "audio_sources": [14, 19]}', '{"video_sources": []}'),
+  (4, '{"video_sources": [4], "audio_sources": [15, 19]}', '{"video_sources": []}'),
+  (5, '{"video_sources": [5], "audio_sources": [16, 19]}', '{"video_sources": []}'),
+  (6, '{"video_sources": [6], "audio_sources": [17]}', '{"video_sources": []}'),
+  (7, '{"video_sources": [7, 10, 11], "audio_sources": [7]}', '{"video_sources": [1, 3, 4], "audio_sources": [1]}'),
+  (8, '{"video_sources": [8, 11], "audio_sources": [8]}', '{"video_sources": [2], "audio_sources": [2]}'),
+  (9, '{"video_sources": [9], "audio_sources": [9]}', '{"video_sources": []}'),
+  (10, '{"audio_sources": [18]}', '{}'),
+  (11, '{"audio_sources": [17]}', '{}');
+
+-- Codecs: type 0 video, 1 audio. parameters is a JSON array of {"name", "value"} objects:
+-- the settings a codec accepts and their allowed values.
 CREATE TABLE codec (
   id INTEGER PRIMARY KEY,
   name TEXT NOT NULL UNIQUE,
-  type INTEGER NOT NULL
+  type INTEGER NOT NULL,
+  parameters TEXT NOT NULL DEFAULT '[]'
 );
 
-INSERT INTO codec (id, name, type) VALUES
-  (1, 'H.264', 0), (2, 'H.265', 0), (3, 'RAW', 0), (4, 'AAC', 1), (5, 'PCM', 1), (6, 'OPUS', 1);
+INSERT INTO codec (id, name, type, parameters) VALUES
+  (1, 'H.264', 0, '[{"name": "profile", "value": "baseline,main,high"}, {"name": "bitrate", "value": "500-50000"}, {"name": "gop", "value": "1-300"}]'),
+  (2, 'H.265', 0, '[{"name": "profile", "value": "main"}, {"name": "bitrate", "value": "500-40000"}, {"name": "gop", "value": "1-300"}]'),
+  (3, 'RAW', 0, '[]'),
+  (4, 'AAC', 1, '[{"name": "bitrate", "value": "64,96,128,192,256,320"}, {"name": "samplerate", "value": "44100,48000"}]'),
+  (5, 'PCM', 1, '[{"name": "samplerate", "value": "48000"}]'),
+  (6, 'OPUS', 1, '[{"name": "bitrate", "value": "64,96,128"}]');
 
--- Codec parameter presets; the codec parameters are JSON objects. Built-in presets cannot
--- be changed or removed.
+-- Codec parameter presets; the codec parameters are JSON objects. Built-in presets come
+-- with the appliance: users may not change them and they are never removed.
 CREATE TABLE codec_parameter_preset (
   id INTEGER PRIMARY KEY,
   name TEXT NOT NULL UNIQUE,

@@ -1,63 +1,297 @@
 #include "zolo_model/channel.h"
-#include "zolo_model/codec_parameter_preset.h"
-#include "zolo_model/media_model.h"
 
-int Channel::Query(const char* sql, bool by_id, int id, const std::string& name, Channel** out) {
-  if (out == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& query = db->Prepared(sql);
-    if (by_id)
-      query.bind(1, id);
-    else
-      query.bind(1, name);
-    if (!query.executeStep()) return -5;
-    *out = new Channel(query.getColumn(0).getInt(), query.getColumn(1).getString(),
-                       query.getColumn(2).getInt(), query.getColumn(3).getInt());
-    query.reset();
-    return 0;
-  } catch (const std::exception&) {
-    return -1;
+#include <map>
+
+#include "query_support.h"
+#include "zolo_model/codec.h"
+#include "zolo_model/codec_parameter_preset.h"
+#include "zolo_model/stream.h"
+
+namespace {
+
+using zolo::model::BindKey;
+using zolo::model::TakeFirst;
+
+constexpr const char* kPresetColumns =
+    "SELECT p.id, p.name, COALESCE(v.name, ''), COALESCE(a.name, ''), p.video_codec_parameter, "
+    "p.audio_codec_parameter, p.builtin, COALESCE(p.video_codec_id, 0), "
+    "COALESCE(p.audio_codec_id, 0), p.visible FROM codec_parameter_preset p "
+    "LEFT JOIN codec v ON v.id = p.video_codec_id LEFT JOIN codec a ON a.id = p.audio_codec_id ";
+
+// Copies of the sources in `found`, by id, for the channels that refer to them.
+template <class Kind>
+std::unique_ptr<Kind> CopyOf(const std::map<int, std::unique_ptr<Kind>>& found, int id) {
+  auto it = found.find(id);
+  return it == found.end() ? nullptr : std::make_unique<Kind>(*it->second);
+}
+
+template <class Kind>
+int LoadById(const std::vector<int>& ids, std::map<int, std::unique_ptr<Kind>>* found) {
+  if (ids.empty()) return 0;
+  std::vector<Kind*> sources;
+  int result = Kind::QueryByIds(ids, &sources);
+  for (Kind* source : sources) (*found)[source->id()].reset(source);
+  return result;
+}
+
+int IdOf(const MediaSource* source) {
+  return source ? source->id() : 0;
+}
+
+}  // namespace
+
+Channel::Channel(std::string name) : name_(std::move(name)) {}
+
+Channel::~Channel() {
+  for (auto& list : streams_) MediaModel::CleanQuery(&list);
+}
+
+void Channel::video_source(const ChannelSource* source) {
+  video_source_.reset(source ? new ChannelSource(*source) : nullptr);
+  source_ids_[0] = IdOf(source);
+}
+
+void Channel::audio_source(const ChannelSource* source) {
+  audio_source_.reset(source ? new ChannelSource(*source) : nullptr);
+  source_ids_[1] = IdOf(source);
+}
+
+void Channel::video_user_source(const UserSource* source) {
+  video_user_source_.reset(source ? new UserSource(*source) : nullptr);
+  source_ids_[2] = IdOf(source);
+}
+
+void Channel::audio_user_source(const UserSource* source) {
+  audio_user_source_.reset(source ? new UserSource(*source) : nullptr);
+  source_ids_[3] = IdOf(source);
+}
+
+const char* Channel::Columns() {
+  return "c.id, c.name, COALESCE(c.video_source_id, 0), COALESCE(c.audio_source_id, 0), "
+         "COALESCE(c.video_user_source_id, 0), COALESCE(c.audio_user_source_id, 0), "
+         "c.preview_url, c.ordinal, c.attribute, c.visible";
+}
+
+Channel* Channel::FromRow(SQLite::Statement& row, int first) {
+  auto* channel = new Channel();
+  channel->id_ = row.getColumn(first).getInt();
+  channel->name_ = row.getColumn(first + 1).getString();
+  for (int i = 0; i < 4; ++i) channel->source_ids_[i] = row.getColumn(first + 2 + i).getInt();
+  channel->preview_url_ = row.getColumn(first + 6).getString();
+  channel->ordinal_ = row.getColumn(first + 7).getString();
+  channel->attribute_ = row.getColumn(first + 8).getInt();
+  channel->visible_ = row.getColumn(first + 9).getInt() != 0;
+  return channel;
+}
+
+int Channel::LoadSources(const std::vector<Channel*>& channels) {
+  std::vector<int> device_ids;
+  std::vector<int> user_ids;
+  for (const Channel* channel : channels) {
+    for (int i = 0; i < 4; ++i)
+      if (channel->source_ids_[i] != 0)
+        (i < 2 ? device_ids : user_ids).push_back(channel->source_ids_[i]);
   }
+  std::map<int, std::unique_ptr<ChannelSource>> devices;
+  std::map<int, std::unique_ptr<UserSource>> users;
+  if (LoadById(device_ids, &devices) != 0 || LoadById(user_ids, &users) != 0) return -1;
+  for (Channel* channel : channels) {
+    channel->video_source_ = CopyOf(devices, channel->source_ids_[0]);
+    channel->audio_source_ = CopyOf(devices, channel->source_ids_[1]);
+    channel->video_user_source_ = CopyOf(users, channel->source_ids_[2]);
+    channel->audio_user_source_ = CopyOf(users, channel->source_ids_[3]);
+  }
+  return 0;
+}
+
+int Channel::QueryList(const char* where, const std::string* text, int number,
+                       std::vector<Channel*>* out) {
+  if (out == nullptr) return -3;
+  std::vector<Channel*> found;
+  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
+    SQLite::Statement& query = db.Prepared(std::string("SELECT ") + Columns() +
+                                           " FROM channel c WHERE " + where + " ORDER BY c.id");
+    BindKey(query, text, number);
+    while (query.executeStep()) found.push_back(FromRow(query, 0));
+    query.reset();
+    return LoadSources(found);
+  });
+  if (result != 0) {
+    MediaModel::CleanQuery(&found);
+    return result;
+  }
+  out->insert(out->end(), found.begin(), found.end());
+  return 0;
 }
 
 int Channel::QueryById(int id, Channel** out) {
-  return Query("SELECT id, name, video_source_id, audio_source_id FROM channel WHERE id = ?", true,
-               id, std::string(), out);
+  if (out == nullptr) return -3;
+  std::vector<Channel*> found;
+  return TakeFirst(&found, QueryList("c.id = ?", nullptr, id, &found), out);
 }
 
 int Channel::QueryByName(const std::string& name, Channel** out) {
-  return Query("SELECT id, name, video_source_id, audio_source_id FROM channel WHERE name = ?",
-               false, 0, name, out);
+  if (out == nullptr) return -3;
+  std::vector<Channel*> found;
+  return TakeFirst(&found, QueryList("c.name = ?", &name, 0, &found), out);
+}
+
+int Channel::QueryVisible(std::vector<Channel*>* out) {
+  return QueryList("c.visible = 1", nullptr, 0, out);
+}
+
+int Channel::Add(Channel* channel) {
+  if (channel == nullptr) return -3;
+  return zolo::model::WithMediaDatabase([channel](zolo::model::Database& db) {
+    SQLite::Statement& insert = db.Prepared(
+        "INSERT INTO channel (name, video_source_id, audio_source_id, video_user_source_id, "
+        "audio_user_source_id, preview_url, ordinal, attribute, visible) VALUES (?, NULLIF(?, 0), "
+        "NULLIF(?, 0), NULLIF(?, 0), NULLIF(?, 0), ?, ?, ?, ?)");
+    int index = 0;
+    insert.bind(++index, channel->name_);
+    for (int id : channel->source_ids_) insert.bind(++index, id);
+    insert.bind(++index, channel->preview_url_);
+    insert.bind(++index, channel->ordinal_);
+    insert.bind(++index, channel->attribute_);
+    insert.bind(++index, channel->visible_ ? 1 : 0);
+    insert.exec();
+    channel->id_ = static_cast<int>(db.raw().getLastInsertRowid());
+    return 0;
+  });
+}
+
+int Channel::Update(Channel* channel) {
+  if (channel == nullptr) return -3;
+  const int* ids = channel->source_ids_;
+  return zolo::model::ChangeOneRow(
+      "UPDATE channel SET name = ?, video_source_id = NULLIF(?, 0), audio_source_id = NULLIF(?, "
+      "0), video_user_source_id = NULLIF(?, 0), audio_user_source_id = NULLIF(?, 0), "
+      "preview_url = ?, ordinal = ?, attribute = ?, visible = ? WHERE id = ?",
+      channel->name_, ids[0], ids[1], ids[2], ids[3], channel->preview_url_, channel->ordinal_,
+      channel->attribute_, channel->visible_ ? 1 : 0, channel->id_);
+}
+
+int Channel::Remove(int id) {
+  return zolo::model::ChangeOneRow("DELETE FROM channel WHERE id = ?", id);
+}
+
+const std::vector<Stream*>& Channel::streams(bool visible) const {
+  int slot = visible ? 1 : 0;
+  if (!streams_loaded_[slot]) {
+    if (Stream::QueryByChannel(id_, visible, &streams_[slot]) == 0)
+      streams_loaded_[slot] = true;
+    else
+      MediaModel::CleanQuery(&streams_[slot]);
+  }
+  return streams_[slot];
+}
+
+CodecParameterPreset::CodecParameterPreset(std::string name, std::string video_codec_parameter,
+                                           std::string audio_codec_parameter)
+    : name_(std::move(name)),
+      video_codec_parameter_(std::move(video_codec_parameter)),
+      audio_codec_parameter_(std::move(audio_codec_parameter)) {}
+
+void CodecParameterPreset::video_codec(const Codec* codec) {
+  video_codec_id_ = codec ? codec->id() : 0;
+  video_codec_name_ = codec ? codec->name() : "";
+}
+
+void CodecParameterPreset::audio_codec(const Codec* codec) {
+  audio_codec_id_ = codec ? codec->id() : 0;
+  audio_codec_name_ = codec ? codec->name() : "";
+}
+
+CodecParameterPreset* CodecParameterPreset::FromRow(SQLite::Statement& row, int first) {
+  auto* preset = new CodecParameterPreset();
+  preset->id_ = row.getColumn(first).getInt();
+  preset->name_ = row.getColumn(first + 1).getString();
+  preset->video_codec_name_ = row.getColumn(first + 2).getString();
+  preset->audio_codec_name_ = row.getColumn(first + 3).getString();
+  preset->video_codec_parameter_ = row.getColumn(first + 4).getString();
+  preset->audio_codec_parameter_ = row.getColumn(first + 5).getString();
+  preset->builtin_ = row.getColumn(first + 6).getInt() != 0;
+  preset->video_codec_id_ = row.getColumn(first + 7).getInt();
+  preset->audio_codec_id_ = row.getColumn(first + 8).getInt();
+  preset->visible_ = row.getColumn(first + 9).getInt() != 0;
+  return preset;
+}
+
+int CodecParameterPreset::QueryList(const char* where, const std::string* text, int number,
+                                    std::vector<CodecParameterPreset*>* out) {
+  if (out == nullptr) return -3;
+  std::vector<std::unique_ptr<CodecParameterPreset>> found;
+  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
+    SQLite::Statement& query =
+        db.Prepared(std::string(kPresetColumns) + "WHERE " + where + " ORDER BY p.id");
+    BindKey(query, text, number);
+    while (query.executeStep()) found.emplace_back(FromRow(query, 0));
+    query.reset();
+    return 0;
+  });
+  if (result != 0) return result;
+  for (auto& preset : found) out->push_back(preset.release());
+  return 0;
 }
 
 int CodecParameterPreset::QueryById(int id, CodecParameterPreset** out) {
   if (out == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& query = db->Prepared(
-        "SELECT p.id, p.name, COALESCE(v.name, ''), COALESCE(a.name, ''), "
-        "p.video_codec_parameter, p.audio_codec_parameter, p.builtin "
-        "FROM codec_parameter_preset p LEFT JOIN codec v ON v.id = p.video_codec_id "
-        "LEFT JOIN codec a ON a.id = p.audio_codec_id WHERE p.id = ?");
-    query.bind(1, id);
-    if (!query.executeStep()) return -5;
-    auto* preset = new CodecParameterPreset();
-    preset->id_ = query.getColumn(0).getInt();
-    preset->name_ = query.getColumn(1).getString();
-    preset->video_codec_name_ = query.getColumn(2).getString();
-    preset->audio_codec_name_ = query.getColumn(3).getString();
-    preset->video_codec_parameter_ = query.getColumn(4).getString();
-    preset->audio_codec_parameter_ = query.getColumn(5).getString();
-    preset->builtin_ = query.getColumn(6).getInt() != 0;
-    query.reset();
-    *out = preset;
+  std::vector<CodecParameterPreset*> found;
+  return TakeFirst(&found, QueryList("p.id = ?", nullptr, id, &found), out);
+}
+
+int CodecParameterPreset::QueryByName(const std::string& name, CodecParameterPreset** out) {
+  if (out == nullptr) return -3;
+  std::vector<CodecParameterPreset*> found;
+  return TakeFirst(&found, QueryList("p.name = ?", &name, 0, &found), out);
+}
+
+int CodecParameterPreset::QueryVisible(std::vector<CodecParameterPreset*>* out) {
+  return QueryList("p.visible = 1", nullptr, 0, out);
+}
+
+int CodecParameterPreset::Add(CodecParameterPreset* preset) {
+  if (preset == nullptr) return -3;
+  return zolo::model::WithMediaDatabase([preset](zolo::model::Database& db) {
+    SQLite::Statement& insert = db.Prepared(
+        "INSERT INTO codec_parameter_preset (name, video_codec_id, audio_codec_id, "
+        "video_codec_parameter, audio_codec_parameter, builtin, visible) "
+        "VALUES (?, NULLIF(?, 0), NULLIF(?, 0), ?, ?, 0, ?)");
+    insert.bind(1, preset->name_);
+    insert.bind(2, preset->video_codec_id_);
+    insert.bind(3, preset->audio_codec_id_);
+    insert.bind(4, preset->video_codec_parameter_);
+    insert.bind(5, preset->audio_codec_parameter_);
+    insert.bind(6, preset->visible_ ? 1 : 0);
+    insert.exec();
+    preset->id_ = static_cast<int>(db.raw().getLastInsertRowid());
+    preset->builtin_ = false;
     return 0;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  });
+}
+
+int CodecParameterPreset::Update(CodecParameterPreset* preset) {
+  if (preset == nullptr) return -3;
+  return zolo::model::ChangeOneRow(
+      "UPDATE codec_parameter_preset SET name = ?, video_codec_id = NULLIF(?, 0), "
+      "audio_codec_id = NULLIF(?, 0), video_codec_parameter = ?, audio_codec_parameter = ?, "
+      "visible = ? WHERE id = ?",
+      preset->name_, preset->video_codec_id_, preset->audio_codec_id_,
+      preset->video_codec_parameter_, preset->audio_codec_parameter_, preset->visible_ ? 1 : 0,
+      preset->id_);
+}
+
+int CodecParameterPreset::Remove(int id) {
+  return zolo::model::WithMediaDatabase([id](zolo::model::Database& db) {
+    SQLite::Statement& builtin =
+        db.Prepared("SELECT builtin FROM codec_parameter_preset WHERE id = ?");
+    builtin.bind(1, id);
+    if (!builtin.executeStep()) return -5;
+    bool refused = builtin.getColumn(0).getInt() != 0;
+    builtin.reset();
+    if (refused) return -2;
+    SQLite::Statement& remove = db.Prepared("DELETE FROM codec_parameter_preset WHERE id = ?");
+    remove.bind(1, id);
+    return remove.exec() == 1 ? 0 : -5;
+  });
 }

@@ -1,8 +1,9 @@
 #include "zolo_model/stream.h"
 
-#include <cjson/cJSON.h>
-
 #include <map>
+#include <stdexcept>
+
+#include "json_members.h"
 
 #include "zolo_model/media_model.h"
 #include "zolo_model/stream_metadata.h"
@@ -16,54 +17,32 @@ struct TypeName {
 constexpr TypeName kTypes[] = {
     {1, "file"}, {2, "network"}, {3, "preview"}, {4, "display"}, {5, "audio"}};
 
-// A stream with its channel and preset (and the preset's codec names) in one row.
+// A stream with its preset (and the preset's codec names) and its channel in one row.
 constexpr const char* kColumns =
     "SELECT s.id, s.name, s.type, COALESCE(s.channel_id, 0), "
     "COALESCE(s.codec_parameter_preset_id, 0), s.container, s.destination, s.aux_text, s.enable, "
     "s.enable_option1, s.enable_option2, s.enable_option3, s.suspend, s.parameters, "
-    "s.authentication, c.id, c.name, c.video_source_id, c.audio_source_id, p.id, p.name, "
-    "COALESCE(v.name, ''), COALESCE(a.name, ''), p.video_codec_parameter, "
-    "p.audio_codec_parameter, p.builtin FROM stream s "
-    "LEFT JOIN channel c ON c.id = s.channel_id "
+    "s.authentication, p.id, p.name, COALESCE(v.name, ''), COALESCE(a.name, ''), "
+    "p.video_codec_parameter, p.audio_codec_parameter, p.builtin, COALESCE(p.video_codec_id, 0), "
+    "COALESCE(p.audio_codec_id, 0), p.visible, ";
+constexpr int kChannelColumn = 25;
+constexpr const char* kJoins =
+    " FROM stream s LEFT JOIN channel c ON c.id = s.channel_id "
     "LEFT JOIN codec_parameter_preset p ON p.id = s.codec_parameter_preset_id "
     "LEFT JOIN codec v ON v.id = p.video_codec_id LEFT JOIN codec a ON a.id = p.audio_codec_id ";
 
-// The parsed form of `text`, made once; an unparsable text counts as an empty object.
-cJSON* Parsed(const std::string& text, cJSON** cache) {
-  if (*cache == nullptr) {
-    *cache = cJSON_Parse(text.c_str());
-    if (!cJSON_IsObject(*cache)) {
-      cJSON_Delete(*cache);
-      *cache = cJSON_CreateObject();
-    }
-  }
-  return *cache;
-}
+using zolo::model::IntMember;
+using zolo::model::ParsedObject;
+using zolo::model::SetMember;
 
-int ObtainInt(const cJSON* json, const std::string& key, int fallback) {
-  const cJSON* item = cJSON_GetObjectItemCaseSensitive(json, key.c_str());
-  if (cJSON_IsNumber(item)) return item->valueint;
-  if (cJSON_IsBool(item)) return cJSON_IsTrue(item) ? 1 : 0;
-  return fallback;
+cJSON* Parsed(const std::string& text, cJSON** cache) {
+  return ParsedObject(text, cache);
 }
 
 int ObtainText(const cJSON* json, const std::string& key, std::string* value) {
-  const cJSON* item = cJSON_GetObjectItemCaseSensitive(json, key.c_str());
-  if (!cJSON_IsString(item) || value == nullptr) return -5;
-  *value = item->valuestring;
-  return 0;
-}
-
-int SetMember(std::string* text, cJSON** cache, const std::string& key, cJSON* value) {
-  if (value == nullptr) return -1;
-  cJSON* json = Parsed(*text, cache);
-  if (cJSON_GetObjectItemCaseSensitive(json, key.c_str()) != nullptr)
-    cJSON_ReplaceItemInObjectCaseSensitive(json, key.c_str(), value);
-  else
-    cJSON_AddItemToObject(json, key.c_str(), value);
-  char* printed = cJSON_PrintUnformatted(json);
-  *text = printed ? printed : "{}";
-  cJSON_free(printed);
+  const char* text = zolo::model::TextMember(json, key);
+  if (text == nullptr || value == nullptr) return -5;
+  *value = text;
   return 0;
 }
 
@@ -94,8 +73,8 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
   std::vector<Stream*> found;
   try {
     auto lock = db->Lock();
-    std::string sql = std::string(kColumns) + "WHERE (" + where + ")" +
-                      (visible ? " AND s.hidden = 0" : "") + " ORDER BY s.id";
+    std::string sql = std::string(kColumns) + Channel::Columns() + kJoins + "WHERE (" + where +
+                      ")" + (visible ? " AND s.hidden = 0" : "") + " ORDER BY s.id";
     SQLite::Statement& query = db->Prepared(sql);
     for (size_t i = 0; i < texts.size(); ++i) query.bind(static_cast<int>(i + 1), texts[i]);
     while (query.executeStep()) {
@@ -115,22 +94,15 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
       stream->parameters_ = query.getColumn(13).getString();
       stream->authentication_ = query.getColumn(14).getString();
       if (!query.getColumn(15).isNull())
-        stream->channel_.reset(
-            new Channel(query.getColumn(15).getInt(), query.getColumn(16).getString(),
-                        query.getColumn(17).getInt(), query.getColumn(18).getInt()));
-      if (!query.getColumn(19).isNull()) {
-        auto* preset = new CodecParameterPreset();
-        stream->preset_.reset(preset);
-        preset->id_ = query.getColumn(19).getInt();
-        preset->name_ = query.getColumn(20).getString();
-        preset->video_codec_name_ = query.getColumn(21).getString();
-        preset->audio_codec_name_ = query.getColumn(22).getString();
-        preset->video_codec_parameter_ = query.getColumn(23).getString();
-        preset->audio_codec_parameter_ = query.getColumn(24).getString();
-        preset->builtin_ = query.getColumn(25).getInt() != 0;
-      }
+        stream->preset_.reset(CodecParameterPreset::FromRow(query, 15));
+      if (!query.getColumn(kChannelColumn).isNull())
+        stream->channel_.reset(Channel::FromRow(query, kChannelColumn));
     }
     query.reset();
+    std::vector<Channel*> channels;
+    for (Stream* stream : found)
+      if (stream->channel_) channels.push_back(stream->channel_.get());
+    if (Channel::LoadSources(channels) != 0) throw std::runtime_error("sources not read");
   } catch (const std::exception&) {
     MediaModel::CleanQuery(&found);
     return -1;
@@ -161,6 +133,11 @@ int Stream::QueryByTypeName(const char* type, const char* name, bool visible,
 
 int Stream::QueryByTypeName(const char* type, const char* name, std::vector<Stream*>* out) {
   return QueryByTypeName(type, name, false, out);
+}
+
+int Stream::QueryByChannel(int channel_id, bool visible, std::vector<Stream*>* out) {
+  return QueryList("s.channel_id = CAST(?1 AS INTEGER)", {std::to_string(channel_id)}, visible,
+                   out);
 }
 
 int Stream::QueryByPattern(const std::string& pattern, bool visible, std::vector<Stream*>* out) {
@@ -214,12 +191,11 @@ int Stream::QueryMetadata(std::vector<StreamMetadata*>* out) const {
 }
 
 bool Stream::IsParameterExisted(const std::string& key) const {
-  return cJSON_GetObjectItemCaseSensitive(Parsed(parameters_, &parameters_json_), key.c_str()) !=
-         nullptr;
+  return zolo::model::HasMember(Parsed(parameters_, &parameters_json_), key);
 }
 
 int Stream::ObtainParameter(const std::string& key, int fallback) const {
-  return ObtainInt(Parsed(parameters_, &parameters_json_), key, fallback);
+  return IntMember(Parsed(parameters_, &parameters_json_), key, fallback);
 }
 
 int Stream::ObtainStrParameter(const std::string& key, std::string* value) const {
@@ -235,12 +211,11 @@ int Stream::UpdateParameter(const std::string& key, const std::string& value) {
 }
 
 bool Stream::IsAuthenticationExisted(const std::string& key) const {
-  return cJSON_GetObjectItemCaseSensitive(Parsed(authentication_, &authentication_json_),
-                                          key.c_str()) != nullptr;
+  return zolo::model::HasMember(Parsed(authentication_, &authentication_json_), key);
 }
 
 int Stream::ObtainAuthentication(const std::string& key, int fallback) const {
-  return ObtainInt(Parsed(authentication_, &authentication_json_), key, fallback);
+  return IntMember(Parsed(authentication_, &authentication_json_), key, fallback);
 }
 
 int Stream::ObtainStrAuthentication(const std::string& key, std::string* value) const {

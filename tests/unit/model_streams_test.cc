@@ -86,7 +86,8 @@ TEST_F(StreamModelTest, RelatedObjectsTypesAndById) {
   ASSERT_TRUE(movie);
   ASSERT_NE(movie->channel(), nullptr);
   EXPECT_EQ(movie->channel()->name(), "Video-Capture1");
-  EXPECT_EQ(movie->channel()->video_source(), 1);
+  ASSERT_NE(movie->channel()->video_source(), nullptr);
+  EXPECT_EQ(movie->channel()->video_source()->id(), 1);
   ASSERT_NE(movie->codec_parameter_preset(), nullptr);
   EXPECT_EQ(movie->codec_parameter_preset()->video_codec_name(), "H.264");
   EXPECT_EQ(movie->container(), "mp4");

@@ -30,7 +30,10 @@ class Stream {
   static int QueryByTypeName(const char* type, const char* name, bool visible,
                              std::vector<Stream*>* out);
   static int QueryByTypeName(const char* type, const char* name, std::vector<Stream*>* out);
-  // Streams whose name, respectively destination, matches the SQL LIKE `pattern`.
+  // The streams of channel `channel_id`.
+  static int QueryByChannel(int channel_id, bool visible, std::vector<Stream*>* out);
+  // Streams whose name (by pattern) or destination (by destination pattern) matches the SQL
+  // LIKE `pattern`.
   static int QueryByPattern(const std::string& pattern, bool visible, std::vector<Stream*>* out);
   static int QueryByPattern(const std::string& pattern, std::vector<Stream*>* out);
   static int QueryByDestPattern(const std::string& pattern, bool visible,

@@ -1,0 +1,100 @@
+#include "zolo_model/codec.h"
+
+#include <cjson/cJSON.h>
+
+#include <memory>
+
+#include "query_support.h"
+
+namespace {
+
+using zolo::model::BindKey;
+using zolo::model::TakeFirst;
+
+constexpr const char* kCodecTypes[] = {"video", "audio"};
+
+// The objects of the JSON array `text` as name/value entries.
+std::vector<CodecParameter> ParseParameters(const std::string& text) {
+  std::vector<CodecParameter> entries;
+  std::unique_ptr<cJSON, void (*)(cJSON*)> list(cJSON_Parse(text.c_str()), cJSON_Delete);
+  const cJSON* array = cJSON_IsArray(list.get()) ? list.get() : nullptr;
+  const cJSON* item = nullptr;
+  cJSON_ArrayForEach(item, array) {
+    if (!cJSON_IsObject(item)) continue;
+    const char* name = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(item, "name"));
+    const char* value = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(item, "value"));
+    entries.push_back({name ? name : "", value ? value : ""});
+  }
+  return entries;
+}
+
+}  // namespace
+
+int Codec::StringToType(const std::string& type) {
+  for (int i = 0; i < 2; ++i)
+    if (type == kCodecTypes[i]) return i;
+  return -1;
+}
+
+std::string Codec::TypeToString(int type) {
+  return type == 0 || type == 1 ? kCodecTypes[type] : "unknown";
+}
+
+int Codec::QueryList(const char* where, const std::string* text, int number,
+                     std::vector<Codec*>* out) {
+  if (out == nullptr) return -3;
+  std::vector<std::unique_ptr<Codec>> found;
+  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
+    SQLite::Statement& query =
+        db.Prepared(std::string("SELECT id, name, type, parameters FROM codec WHERE ") + where +
+                    " ORDER BY id");
+    BindKey(query, text, number);
+    while (query.executeStep()) {
+      found.emplace_back(new Codec());
+      Codec& codec = *found.back();
+      codec.id_ = query.getColumn(0).getInt();
+      codec.name_ = query.getColumn(1).getString();
+      codec.type_ = TypeToString(query.getColumn(2).getInt());
+      codec.parameters_ = ParseParameters(query.getColumn(3).getString());
+    }
+    query.reset();
+    return 0;
+  });
+  if (result != 0) return result;
+  for (auto& codec : found) out->push_back(codec.release());
+  return 0;
+}
+
+int Codec::QueryAll(std::vector<Codec*>* out) {
+  return QueryList("1", nullptr, 0, out);
+}
+
+int Codec::QueryById(int id, Codec** out) {
+  if (out == nullptr) return -3;
+  std::vector<Codec*> found;
+  return TakeFirst(&found, QueryList("id = ?", nullptr, id, &found), out);
+}
+
+int Codec::QueryByName(const std::string& name, Codec** out) {
+  if (out == nullptr) return -3;
+  std::vector<Codec*> found;
+  return TakeFirst(&found, QueryList("name = ?", &name, 0, &found), out);
+}
+
+int Codec::QueryByTypeName(const char* type, const char* name, std::vector<Codec*>* out) {
+  if (out == nullptr) return -3;
+  if (type != nullptr && StringToType(type) < 0) return 0;
+  int type_number = type ? StringToType(type) : 0;
+  if (type != nullptr && name != nullptr) {
+    std::string text = name;
+    // The type is a number from a fixed list, never caller text.
+    return QueryList(type_number == 0 ? "type = 0 AND name = ?" : "type = 1 AND name = ?", &text, 0,
+                     out);
+  }
+  if (type != nullptr) return QueryList("type = ?", nullptr, type_number, out);
+  if (name != nullptr) {
+    std::string text = name;
+    return QueryList("name = ?", &text, 0, out);
+  }
+  return QueryAll(out);
+}
