@@ -46,9 +46,11 @@ void RawQuery(sqlite3_stmt* statement, std::vector<RawStream>* out) {
 constexpr const char* kRawSql =
     "SELECT s.id, s.name, s.type, s.channel_id, s.codec_parameter_preset_id, s.container, "
     "s.destination, s.aux_text, s.enable, s.enable_option1, s.enable_option2, s.enable_option3, "
-    "s.suspend, s.parameters, s.authentication, c.id, c.name, c.video_source_id, "
-    "c.audio_source_id, p.id, p.name, v.name, a.name, p.video_codec_parameter, "
-    "p.audio_codec_parameter, p.builtin FROM stream s "
+    "s.suspend, s.parameters, s.authentication, p.id, p.name, v.name, a.name, "
+    "p.video_codec_parameter, p.audio_codec_parameter, p.builtin, p.video_codec_id, "
+    "p.audio_codec_id, p.visible, c.id, c.name, c.video_source_id, c.audio_source_id, "
+    "c.video_user_source_id, c.audio_user_source_id, c.preview_url, c.ordinal, c.attribute, "
+    "c.visible FROM stream s "
     "LEFT JOIN channel c ON c.id = s.channel_id "
     "LEFT JOIN codec_parameter_preset p ON p.id = s.codec_parameter_preset_id "
     "LEFT JOIN codec v ON v.id = p.video_codec_id LEFT JOIN codec a ON a.id = p.audio_codec_id ";

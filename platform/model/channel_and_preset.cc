@@ -40,28 +40,38 @@ int IdOf(const MediaSource* source) {
 
 }  // namespace
 
-Channel::Channel(std::string name) : name_(std::move(name)) {}
+Channel::Channel(std::string name) : name_(std::move(name)), sources_loaded_(true) {}
+
+void Channel::LoadSources() const {
+  if (sources_loaded_) return;
+  // Only the cached copies change; the channel's own fields stay as they are.
+  LoadSources({const_cast<Channel*>(this)});
+}
 
 Channel::~Channel() {
   for (auto& list : streams_) MediaModel::CleanQuery(&list);
 }
 
 void Channel::video_source(const ChannelSource* source) {
+  LoadSources();  // the other links keep their sources
   video_source_.reset(source ? new ChannelSource(*source) : nullptr);
   source_ids_[0] = IdOf(source);
 }
 
 void Channel::audio_source(const ChannelSource* source) {
+  LoadSources();  // the other links keep their sources
   audio_source_.reset(source ? new ChannelSource(*source) : nullptr);
   source_ids_[1] = IdOf(source);
 }
 
 void Channel::video_user_source(const UserSource* source) {
+  LoadSources();  // the other links keep their sources
   video_user_source_.reset(source ? new UserSource(*source) : nullptr);
   source_ids_[2] = IdOf(source);
 }
 
 void Channel::audio_user_source(const UserSource* source) {
+  LoadSources();  // the other links keep their sources
   audio_user_source_.reset(source ? new UserSource(*source) : nullptr);
   source_ids_[3] = IdOf(source);
 }
@@ -100,6 +110,7 @@ int Channel::LoadSources(const std::vector<Channel*>& channels) {
     channel->audio_source_ = CopyOf(devices, channel->source_ids_[1]);
     channel->video_user_source_ = CopyOf(users, channel->source_ids_[2]);
     channel->audio_user_source_ = CopyOf(users, channel->source_ids_[3]);
+    channel->sources_loaded_ = true;
   }
   return 0;
 }

@@ -77,6 +77,9 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
                       ")" + (visible ? " AND s.hidden = 0" : "") + " ORDER BY s.id";
     SQLite::Statement& query = db->Prepared(sql);
     for (size_t i = 0; i < texts.size(); ++i) query.bind(static_cast<int>(i + 1), texts[i]);
+    // Many streams name the same few channels and presets: each is read once per query.
+    std::map<int, std::shared_ptr<Channel>> channels;
+    std::map<int, std::shared_ptr<CodecParameterPreset>> presets;
     while (query.executeStep()) {
       auto* stream = new Stream();
       found.push_back(stream);
@@ -93,16 +96,18 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
       stream->suspend_ = query.getColumn(12).getInt() != 0;
       stream->parameters_ = query.getColumn(13).getString();
       stream->authentication_ = query.getColumn(14).getString();
-      if (!query.getColumn(15).isNull())
-        stream->preset_.reset(CodecParameterPreset::FromRow(query, 15));
-      if (!query.getColumn(kChannelColumn).isNull())
-        stream->channel_.reset(Channel::FromRow(query, kChannelColumn));
+      if (!query.getColumn(15).isNull()) {
+        auto& preset = presets[query.getColumn(15).getInt()];
+        if (!preset) preset.reset(CodecParameterPreset::FromRow(query, 15));
+        stream->preset_ = preset;
+      }
+      if (!query.getColumn(kChannelColumn).isNull()) {
+        auto& channel = channels[query.getColumn(kChannelColumn).getInt()];
+        if (!channel) channel.reset(Channel::FromRow(query, kChannelColumn));
+        stream->channel_ = channel;
+      }
     }
     query.reset();
-    std::vector<Channel*> channels;
-    for (Stream* stream : found)
-      if (stream->channel_) channels.push_back(stream->channel_.get());
-    if (Channel::LoadSources(channels) != 0) throw std::runtime_error("sources not read");
   } catch (const std::exception&) {
     MediaModel::CleanQuery(&found);
     return -1;

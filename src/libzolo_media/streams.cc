@@ -39,8 +39,8 @@ void zm_convert_stream_data(Stream* stream, std::vector<zm_stream>* out) {
   if (Channel* channel = stream->channel()) {
     record.channel_id = channel->id();
     CopyText(record.channel_name, channel->name());
-    record.video_source_id = channel->video_source() ? channel->video_source()->id() : 0;
-    record.audio_source_id = channel->audio_source() ? channel->audio_source()->id() : 0;
+    record.video_source_id = channel->video_source_id();
+    record.audio_source_id = channel->audio_source_id();
   }
   record.enable = stream->enable() ? 1 : 0;
   record.enable_option1 = stream->enable_option(1) ? 1 : 0;

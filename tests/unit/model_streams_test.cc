@@ -99,6 +99,18 @@ TEST_F(StreamModelTest, RelatedObjectsTypesAndById) {
   EXPECT_EQ(by_id->name(), "movie1");
   delete by_id;
   EXPECT_EQ(Stream::QueryById(99999, true, &by_id), -5);
+  // Streams of one query share their channel; it stays alive for the streams still held.
+  std::vector<Stream*> files;
+  ASSERT_EQ(Stream::QueryByTypeName("file", nullptr, true, &files), 0);
+  ASSERT_GE(files.size(), 2u);
+  EXPECT_EQ(files[0]->channel(), files[2]->channel());  // movie1 and backup1: Video-Capture1
+  Stream* first = files.front();
+  files.erase(files.begin());
+  MediaModel::CleanQuery(&files);
+  ASSERT_NE(first->channel(), nullptr);
+  EXPECT_EQ(first->channel()->name(), "Video-Capture1");
+  EXPECT_NE(first->channel()->video_source(), nullptr);
+  delete first;
   EXPECT_EQ(Stream::TypeToString(Stream::StringToType("file")), "file");
   EXPECT_EQ(Stream::StringToType("network"), 2);
   EXPECT_EQ(Stream::TypeToString(Stream::StringToType("bogus")), "unknown");

@@ -37,11 +37,15 @@ class Channel {
   int id() const { return id_; }
   const std::string& name() const { return name_; }
   void name(const std::string& name) { name_ = name; }
-  // The bound sources, null when unset. The setters store a copy (null clears the link).
-  ChannelSource* video_source() const { return video_source_.get(); }
-  ChannelSource* audio_source() const { return audio_source_.get(); }
-  UserSource* video_user_source() const { return video_user_source_.get(); }
-  UserSource* audio_user_source() const { return audio_user_source_.get(); }
+  // The bound sources, null when unset (or when they cannot be read). A channel that came
+  // with a stream reads them on first use. The setters store a copy (null clears the link).
+  ChannelSource* video_source() const { return LoadSources(), video_source_.get(); }
+  ChannelSource* audio_source() const { return LoadSources(), audio_source_.get(); }
+  UserSource* video_user_source() const { return LoadSources(), video_user_source_.get(); }
+  UserSource* audio_user_source() const { return LoadSources(), audio_user_source_.get(); }
+  // Ids of the bound sources, 0 when unset, without reading the sources.
+  int video_source_id() const { return source_ids_[0]; }
+  int audio_source_id() const { return source_ids_[1]; }
   void video_source(const ChannelSource* source);
   void audio_source(const ChannelSource* source);
   void video_user_source(const UserSource* source);
@@ -69,16 +73,19 @@ class Channel {
   static Channel* FromRow(SQLite::Statement& row, int first);
   // Loads the sources of `channels` with one query per source table. 0 or -1.
   static int LoadSources(const std::vector<Channel*>& channels);
+  // Loads this channel's sources unless they are loaded already.
+  void LoadSources() const;
   static int QueryList(const char* where, const std::string* text, int number,
                        std::vector<Channel*>* out);
 
   int id_ = 0;
   std::string name_;
   int source_ids_[4] = {0, 0, 0, 0};  // video, audio, video user, audio user
-  std::unique_ptr<ChannelSource> video_source_;
-  std::unique_ptr<ChannelSource> audio_source_;
-  std::unique_ptr<UserSource> video_user_source_;
-  std::unique_ptr<UserSource> audio_user_source_;
+  mutable bool sources_loaded_ = false;
+  mutable std::unique_ptr<ChannelSource> video_source_;
+  mutable std::unique_ptr<ChannelSource> audio_source_;
+  mutable std::unique_ptr<UserSource> video_user_source_;
+  mutable std::unique_ptr<UserSource> audio_user_source_;
   std::string preview_url_;
   std::string ordinal_;
   int attribute_ = 0;

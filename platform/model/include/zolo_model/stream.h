@@ -4,7 +4,8 @@
 // Queries return heap objects the caller deletes (MediaModel::CleanQuery for vectors), in
 // id order, and a negative value on failure (-1 database, -3 bad argument, -5 not found for
 // single-object queries); an empty list is 0. "visible" queries leave out the engine's
-// hidden streams. A stream owns the channel and preset loaded with it.
+// hidden streams. The channel and preset loaded with a stream live as long as the stream;
+// streams from one query that name the same channel or preset share one object of it.
 #pragma once
 
 #include <cstdint>
@@ -98,8 +99,8 @@ class Stream {
   std::string type_;
   int channel_id_ = 0;
   int preset_id_ = 0;
-  std::unique_ptr<Channel> channel_;
-  std::unique_ptr<CodecParameterPreset> preset_;
+  std::shared_ptr<Channel> channel_;
+  std::shared_ptr<CodecParameterPreset> preset_;
   std::string container_;
   std::string destination_;
   std::string aux_text_;
