@@ -17,6 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "zolo_model/stored_file.h"
+
 class Video;
 
 class Recording {
@@ -119,10 +121,10 @@ class Recording {
   std::vector<Video*> videos_;
 };
 
-class Video {
+class Video : public StoredFile {
  public:
   Video() = default;
-  virtual ~Video() = default;
+  ~Video() override = default;
 
   static int QueryById(int id, Video** out);
   // The videos of a recording in the order they were written.
@@ -133,16 +135,8 @@ class Video {
   // Deletes the row and its file. 0, -5, -1.
   static int Remove(int id);
 
-  int id() const { return id_; }
   int recording_id() const { return recording_id_; }
   void recording_id(int id) { recording_id_ = id; }
-  // Relative to RecordingDb::Folder().
-  const std::string& directory() const { return directory_; }
-  void directory(const std::string& directory) { directory_ = directory; }
-  const std::string& file_name() const { return file_name_; }
-  void file_name(const std::string& file_name) { file_name_ = file_name; }
-  const std::string& status() const { return status_; }
-  void status(const std::string& status) { status_ = status; }
   // Start (seconds since the epoch), length (milliseconds), end (seconds; 0 while open).
   uint64_t started_at() const { return started_at_; }
   void started_at(uint64_t time) { started_at_ = time; }
@@ -150,26 +144,15 @@ class Video {
   void duration(uint64_t milliseconds) { duration_ = milliseconds; }
   uint64_t finished_at() const { return finished_at_; }
   void finished_at(uint64_t time) { finished_at_ = time; }
-  // Thumbnail file name relative to directory().
-  const std::string& thumbnail() const { return thumbnail_; }
-  void thumbnail(const std::string& thumbnail) { thumbnail_ = thumbnail; }
   // Position of the file in its recording (1 for the first file of a split recording).
   uint32_t number() const { return number_; }
   void number(uint32_t number) { number_ = number; }
-  const std::string& note() const { return note_; }
-  void note(const std::string& note) { note_ = note; }
 
  private:
   friend class RecordingRows;
-  int id_ = 0;
   int recording_id_ = 0;
-  std::string directory_;
-  std::string file_name_;
-  std::string status_;
   uint64_t started_at_ = 0;
   uint64_t duration_ = 0;
   uint64_t finished_at_ = 0;
-  std::string thumbnail_;
   uint32_t number_ = 0;
-  std::string note_;
 };

@@ -15,6 +15,8 @@
 #include <string>
 #include <vector>
 
+#include "zolo_model/stored_file.h"
+
 class Image;
 class Recording;
 
@@ -84,10 +86,10 @@ class Snapshot {
   bool recording_loaded_ = false;
 };
 
-class Image {
+class Image : public StoredFile {
  public:
   Image() = default;
-  virtual ~Image();
+  ~Image() override;
   Image(const Image&) = delete;
   Image& operator=(const Image&) = delete;
 
@@ -107,15 +109,8 @@ class Image {
   // The snapshot this image belongs to, owned by the image; null when it cannot be read.
   Snapshot* snapshot();
 
-  int id() const { return id_; }
   int snapshot_id() const { return snapshot_id_; }
   void snapshot_id(int id) { snapshot_id_ = id; }
-  const std::string& directory() const { return directory_; }
-  void directory(const std::string& directory) { directory_ = directory; }
-  const std::string& file_name() const { return file_name_; }
-  void file_name(const std::string& file_name) { file_name_ = file_name; }
-  const std::string& status() const { return status_; }
-  void status(const std::string& status) { status_ = status; }
   uint32_t width() const { return width_; }
   void width(uint32_t width) { width_ = width; }
   uint32_t height() const { return height_; }
@@ -125,29 +120,18 @@ class Image {
   void time(uint64_t milliseconds) { time_ = milliseconds; }
   uint64_t size() const { return size_; }
   void size(uint64_t bytes) { size_ = bytes; }
-  // Picture format ("jpeg") and a free note.
+  // Picture format ("jpeg").
   const std::string& format() const { return format_; }
   void format(const std::string& format) { format_ = format; }
-  const std::string& note() const { return note_; }
-  void note(const std::string& note) { note_ = note; }
-  // Thumbnail file name relative to directory(); empty when none.
-  const std::string& thumbnail() const { return thumbnail_; }
-  void thumbnail(const std::string& thumbnail) { thumbnail_ = thumbnail; }
 
  private:
   friend class SnapshotRows;
-  int id_ = 0;
   int snapshot_id_ = 0;
-  std::string directory_;
-  std::string file_name_;
-  std::string status_;
   uint32_t width_ = 0;
   uint32_t height_ = 0;
   uint64_t time_ = 0;
   uint64_t size_ = 0;
   std::string format_;
-  std::string note_;
-  std::string thumbnail_;
   std::unique_ptr<Snapshot> snapshot_;
   bool snapshot_loaded_ = false;
 };
