@@ -58,32 +58,25 @@ class MixerModelTest : public zolo::test::ModelTest {
   }
 };
 
-// Slots are taken until none is left, each goes to the end of its order, a freed slot
-// leaves the order and is the next one taken.
+// Slots are taken until none is left, each goes to the end of its order; a freed slot
+// leaves the order, is the one listed free and the next one taken.
 template <class T, class Take, class ListFree>
 void CheckPool(const char* what, size_t free, Take take, ListFree list_free) {
   SCOPED_TRACE(what);
-  auto count_free = [&] {
-    std::vector<T*> list;
-    EXPECT_EQ(list_free(&list), 0);
-    return Ids(&list).size();
-  };
-  EXPECT_EQ(count_free(), free);
   std::vector<std::unique_ptr<T>> taken;
-  for (T* slot = nullptr; taken.size() <= free && take(&slot) == 0; slot = nullptr)
-    taken.emplace_back(slot);
+  T* slot = nullptr;
+  for (; taken.size() <= free && take(&slot) == 0; slot = nullptr) taken.emplace_back(slot);
   ASSERT_EQ(taken.size(), free);
-  T* none = nullptr;
-  EXPECT_EQ(take(&none), -2);
-  EXPECT_EQ(count_free(), 0u);
+  EXPECT_EQ(take(&slot), -2);
   EXPECT_EQ(taken.back()->rank(), taken.front()->rank() + static_cast<int>(free) - 1);
-
   taken[3]->enabled(false);
   ASSERT_EQ(T::Update(taken[3].get()), 0);
   EXPECT_EQ(taken[3]->rank(), -1);
-  EXPECT_EQ(count_free(), 1u);
-  ASSERT_EQ(take(&none), 0);
-  EXPECT_EQ(std::unique_ptr<T>(none)->id(), taken[3]->id());
+  std::vector<T*> listed;
+  ASSERT_EQ(list_free(&listed), 0);
+  EXPECT_EQ(Ids(&listed), std::vector<int>{taken[3]->id()});
+  ASSERT_EQ(take(&slot), 0);
+  EXPECT_EQ(std::unique_ptr<T>(slot)->id(), taken[3]->id());
 }
 
 TEST_F(MixerModelTest, SlotPoolsRunOutAndFreedSlotsComeBack) {
@@ -116,29 +109,26 @@ TEST_F(MixerModelTest, ThreadsTakingSlotsNeverShareOne) {
 }
 
 TEST_F(MixerModelTest, RankMovesRenumberOnlyTheirOwnOrder) {
-  using Order = std::vector<std::pair<int, int>>;  // id, rank in list order
-  auto backgrounds = [] {
+  auto slot = Load<MixerAsset>(MixerAsset::TakeFreeSlot, MixerAsset::kBackground);
+  auto order = [&] {  // "id:rank" of the enabled backgrounds in list order; "s" the slot
     std::vector<MixerAsset*> assets;
     EXPECT_EQ(MixerAsset::QueryByType(MixerAsset::kBackground, &assets, true), 0);
-    Order order;
-    for (auto* asset : assets) order.emplace_back(asset->id(), asset->rank());
+    std::string text;
+    for (auto* asset : assets)
+      text += (asset->id() == slot->id() ? "s" : std::to_string(asset->id())) + ":" +
+              std::to_string(asset->rank()) + " ";
     MediaModel::CleanQuery(&assets);
-    return order;
+    return text;
   };
-  auto slot = Load<MixerAsset>(MixerAsset::TakeFreeSlot, MixerAsset::kBackground);
-  const int id = slot->id();
-  const struct {
-    int rank, stored;
-    Order order;
-  } moves[] = {{1, 1, {{id, 1}, {1, 2}, {2, 3}, {3, 4}}},
-               {3, 3, {{1, 1}, {2, 2}, {id, 3}, {3, 4}}},
-               {99, 4, {{1, 1}, {2, 2}, {3, 3}, {id, 4}}},
-               {2, 2, {{1, 1}, {id, 2}, {2, 3}, {3, 4}}},
-               {0, -1, {{1, 1}, {2, 2}, {3, 3}, {id, -1}}}};
-  for (const auto& move : moves) {
-    ASSERT_EQ(slot->UpdateRank(move.rank), 0);
-    EXPECT_EQ(slot->rank(), move.stored) << move.rank;
-    EXPECT_EQ(backgrounds(), move.order) << "rank " << move.rank;
+  const std::tuple<int, int, const char*> moves[] = {{1, 1, "s:1 1:2 2:3 3:4 "},
+                                                     {3, 3, "1:1 2:2 s:3 3:4 "},
+                                                     {99, 4, "1:1 2:2 3:3 s:4 "},
+                                                     {2, 2, "1:1 s:2 2:3 3:4 "},
+                                                     {0, -1, "1:1 2:2 3:3 s:-1 "}};
+  for (const auto& [rank, stored, expected] : moves) {
+    ASSERT_EQ(slot->UpdateRank(rank), 0);
+    EXPECT_EQ(slot->rank(), stored) << rank;
+    EXPECT_EQ(order(), expected) << rank;
   }
   EXPECT_EQ(Asset(MixerAsset::kOverlay, 33)->rank(), 1);  // other kinds keep theirs
 
@@ -243,12 +233,18 @@ TEST_F(MixerModelTest, ContentIsReadAsWindowsOrSourcesAndWindowsRoundTrip) {
 // Audio mixers are found by the output they feed; sources are written as objects and
 // outputs all or nothing.
 TEST_F(MixerModelTest, AudioMixersSourcesAndOutputs) {
+  auto fed = [](const char* stream) {  // "name config: outputs" of the mixer feeding `stream`
+    std::unique_ptr<Mixer> mixer(query_mixer_from_audio_stream(stream));
+    if (!mixer) return std::string("none");
+    std::string text =
+        mixer->name() + " " + std::to_string(mixer->config() ? mixer->config()->id() : 0) + ":";
+    for (const auto& output : mixer->outputs()) text += " " + output;
+    return text;
+  };
   for (const char* stream : {"display1", "audio-out", "", "audio-in1"})
-    EXPECT_EQ(query_mixer_from_audio_stream(stream), nullptr) << stream;
+    EXPECT_EQ(fed(stream), "none") << stream;
   EXPECT_EQ(query_mixer_from_audio_stream(static_cast<const char*>(nullptr)), nullptr);
-  std::unique_ptr<Mixer> line(query_mixer_from_audio_stream("audio-out1"));
-  ASSERT_TRUE(line && line->config());
-  EXPECT_EQ(line->name(), "zolo://audio/mixer/0");
+  EXPECT_EQ(fed("audio-out1"), "zolo://audio/mixer/0 51: audio-out1");
 
   auto config = Config(51, MixerConfig::kAudio);
   config->SetAudioSources({8, 0, -2, 9});
@@ -261,19 +257,15 @@ TEST_F(MixerModelTest, AudioMixersSourcesAndOutputs) {
   mixer->config(Config(53, MixerConfig::kAudio).get());
   mixer->outputs({"audio-usb-out", "", "phones \"left\""});
   ASSERT_EQ(Mixer::Update(mixer.get()), 0);
-  std::unique_ptr<Mixer> phones(query_mixer_from_audio_stream("phones \"left\""));
-  ASSERT_NE(phones, nullptr);
-  EXPECT_EQ(phones->config_id(), 53);
-  EXPECT_EQ(phones->outputs(), (std::vector<std::string>{"audio-usb-out", "phones \"left\""}));
+  const std::string written = "zolo://audio/mixer/1 53: audio-usb-out phones \"left\"";
+  EXPECT_EQ(fed("phones \"left\""), written);
   Exec(
       "CREATE TRIGGER refuse BEFORE INSERT ON mixer_output WHEN NEW.stream = 'bad' "
       "BEGIN SELECT RAISE(ABORT, 'refused'); END");
   mixer->config(nullptr);
   mixer->outputs({"other", "bad"});
   EXPECT_EQ(Mixer::Update(mixer.get()), -2);
-  auto stored = MixerNamed("zolo://audio/mixer/1", Mixer::kAudio);
-  EXPECT_EQ(stored->config_id(), 53);
-  EXPECT_EQ(stored->outputs(), phones->outputs());
+  EXPECT_EQ(fed("audio-usb-out"), written);
 }
 
 // A file is a plain name inside an absolute folder, below the sandbox root.
