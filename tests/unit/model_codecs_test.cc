@@ -8,211 +8,165 @@
 
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "model_fixture.h"
 
 namespace {
 
+using Preset = CodecParameterPreset;
+
 class CodecModelTest : public zolo::test::ModelTest {
  protected:
-  static std::vector<std::string> Names(const std::vector<Codec*>& codecs) {
-    std::vector<std::string> names;
-    for (auto* codec : codecs) names.push_back(codec->name());
-    return names;
+  // The codec or preset called `name`, owned.
+  template <class T>
+  static std::unique_ptr<T> Named(const std::string& name) {
+    T* object = nullptr;
+    EXPECT_EQ(T::QueryByName(name, &object), 0) << name;
+    return std::unique_ptr<T>(object);
   }
-  static std::unique_ptr<Codec> CodecNamed(const std::string& name) {
-    Codec* codec = nullptr;
-    EXPECT_EQ(Codec::QueryByName(name, &codec), 0) << name;
-    return std::unique_ptr<Codec>(codec);
+  static std::string Summary(const Preset& p) {
+    return std::string(p.builtin() ? "builtin " : "user ") + p.video_codec_name() + "/" +
+           p.audio_codec_name() + " " + p.video_codec_parameter();
   }
-  static std::unique_ptr<CodecParameterPreset> PresetNamed(const std::string& name) {
-    CodecParameterPreset* preset = nullptr;
-    EXPECT_EQ(CodecParameterPreset::QueryByName(name, &preset), 0) << name;
-    return std::unique_ptr<CodecParameterPreset>(preset);
-  }
-  static std::unique_ptr<Stream> StreamNamed(const char* name) {
-    std::vector<Stream*> found;
-    EXPECT_EQ(Stream::QueryByTypeName(nullptr, name, true, &found), 0);
-    EXPECT_EQ(found.size(), 1u) << name;
-    return std::unique_ptr<Stream>(found.empty() ? nullptr : found[0]);
+  // Ids of the presets the streams `names` use; 0 for none.
+  static std::vector<int> PresetIdsOf(std::initializer_list<const char*> names) {
+    std::vector<int> ids;
+    for (const char* name : names) {
+      std::vector<Stream*> found;
+      EXPECT_EQ(Stream::QueryByTypeName(nullptr, name, true, &found), 0);
+      auto* preset = found.size() == 1 ? found[0]->codec_parameter_preset() : nullptr;
+      ids.push_back(preset ? preset->id() : 0);
+      MediaModel::CleanQuery(&found);
+    }
+    return ids;
   }
 };
 
-TEST_F(CodecModelTest, CodecQueriesByTypeAndName) {
-  struct Case {
-    const char* type;
-    const char* name;
-    std::vector<std::string> names;
+TEST_F(CodecModelTest, CodecsAreFoundByTypeAndNameWithTheirParameters) {
+  const std::tuple<const char*, const char*, const char*> cases[] = {
+      {nullptr, nullptr, "H.264 H.265 RAW AAC PCM OPUS "},
+      {"video", nullptr, "H.264 H.265 RAW "},
+      {"audio", "AAC", "AAC "},
+      {"video", "AAC", ""},
+      {nullptr, "OPUS", "OPUS "},
+      {nullptr, "h.264", ""},  // names match exactly
+      {nullptr, "%", ""},
+      {"subtitle", nullptr, ""},
+      {"video", "'; DROP TABLE codec; --", ""},
   };
-  const Case cases[] = {
-      {nullptr, nullptr, {"H.264", "H.265", "RAW", "AAC", "PCM", "OPUS"}},
-      {"video", nullptr, {"H.264", "H.265", "RAW"}},
-      {"audio", "AAC", {"AAC"}},
-      {"video", "AAC", {}},
-      {nullptr, "OPUS", {"OPUS"}},
-      {"subtitle", nullptr, {}},
-      {"video", "'; DROP TABLE codec; --", {}},
-  };
-  for (const auto& c : cases) {
+  for (const auto& [type, name, expected] : cases) {
     std::vector<Codec*> found;
-    EXPECT_EQ(Codec::QueryByTypeName(c.type, c.name, &found), 0);
-    EXPECT_EQ(Names(found), c.names) << (c.type ? c.type : "-") << "/" << (c.name ? c.name : "-");
+    EXPECT_EQ(Codec::QueryByTypeName(type, name, &found), 0);
+    std::string names;
+    for (auto* codec : found) names += codec->name() + " ";
+    EXPECT_EQ(names, expected) << (type ? type : "-") << "/" << (name ? name : "-");
     MediaModel::CleanQuery(&found);
   }
-  std::vector<Codec*> all;
-  ASSERT_EQ(Codec::QueryAll(&all), 0);
-  EXPECT_EQ(all.size(), 6u);
   Codec* by_id = nullptr;
-  ASSERT_EQ(Codec::QueryById(all[3]->id(), &by_id), 0);
-  EXPECT_EQ(by_id->name(), "AAC");
-  EXPECT_EQ(by_id->type(), "audio");
-  delete by_id;
-  MediaModel::CleanQuery(&all);
+  ASSERT_EQ(Codec::QueryById(Named<Codec>("AAC")->id(), &by_id), 0);
+  EXPECT_EQ(std::unique_ptr<Codec>(by_id)->type(), "audio");
   EXPECT_EQ(Codec::QueryById(404, &by_id), -5);
-  EXPECT_EQ(Codec::QueryByName("h.264", &by_id), -5);  // names match exactly
-}
 
-TEST_F(CodecModelTest, CodecParameterEntries) {
-  auto h264 = CodecNamed("H.264");
-  ASSERT_EQ(h264->parameters().size(), 3u);
-  EXPECT_EQ(h264->parameters()[0].name, "profile");
-  EXPECT_EQ(h264->parameters()[0].value, "baseline,main,high");
-  EXPECT_TRUE(CodecNamed("RAW")->parameters().empty());
-  // Stored lists that are damaged give what can be read, never a crash.
-  const std::pair<const char*, size_t> stored[] = {
-      {"not json", 0},
-      {"{\"name\": \"a\"}", 0},
-      {"[1, \"x\", {\"name\": \"a\", \"value\": \"b\"}, {\"name\": 3}]", 2},
+  // Stored parameter lists that are damaged give what can be read, never a crash.
+  const std::pair<const char*, const char*> stored[] = {
+      {"[]", ""},
+      {"not json", ""},
+      {"{\"name\": \"a\"}", ""},
+      {"[1, \"x\", {\"name\": \"a\", \"value\": \"b\"}, {\"name\": 3}]", "a=b;=;"},
   };
-  for (const auto& [text, count] : stored) {
-    auto* db = MediaModel::Instance()->database();
-    {
-      auto lock = db->Lock();
-      auto& update = db->Prepared("UPDATE codec SET parameters = ? WHERE name = 'PCM'");
-      update.bind(1, text);
-      update.exec();
-    }
-    auto pcm = CodecNamed("PCM");
-    EXPECT_EQ(pcm->parameters().size(), count) << text;
-    if (count == 2) {
-      EXPECT_EQ(pcm->parameters()[0].value, "b");
-      EXPECT_EQ(pcm->parameters()[1].name, "");
-    }
+  for (const auto& [text, entries] : stored) {
+    Exec(std::string("UPDATE codec SET parameters = '") + text + "' WHERE name = 'PCM'");
+    std::string read;
+    auto pcm = Named<Codec>("PCM");
+    for (const auto& entry : pcm->parameters()) read += entry.name + "=" + entry.value + ";";
+    EXPECT_EQ(read, entries) << text;
   }
 }
 
-TEST_F(CodecModelTest, PresetQueries) {
+TEST_F(CodecModelTest, PresetsAreListedAddedUpdatedAndRemoved) {
   Exec("UPDATE codec_parameter_preset SET visible = 0 WHERE name = 'Raw Capture'");
-  std::vector<CodecParameterPreset*> visible;
-  ASSERT_EQ(CodecParameterPreset::QueryVisible(&visible), 0);
-  ASSERT_EQ(visible.size(), 5u);
-  for (auto* preset : visible) EXPECT_NE(preset->name(), "Raw Capture");
+  std::vector<Preset*> visible;
+  ASSERT_EQ(Preset::QueryVisible(&visible), 0);
+  std::string names;
+  for (auto* preset : visible) names += preset->name() + ";";
   MediaModel::CleanQuery(&visible);
+  EXPECT_EQ(names, "1080p60 High;1080p30 HEVC;720p30 Stream;NDI Preview Profile;My Event 1080p;");
 
-  auto ndi = PresetNamed("NDI Preview Profile");
-  EXPECT_TRUE(ndi->builtin());
-  EXPECT_EQ(ndi->video_codec_name(), "H.264");
-  EXPECT_EQ(ndi->audio_codec_name(), "AAC");
-  CodecParameterPreset* by_id = nullptr;
-  ASSERT_EQ(CodecParameterPreset::QueryById(ndi->id(), &by_id), 0);
-  EXPECT_EQ(by_id->video_codec_parameter(), ndi->video_codec_parameter());
-  delete by_id;
-  EXPECT_FALSE(PresetNamed("My Event 1080p")->builtin());
-  EXPECT_EQ(CodecParameterPreset::QueryByName("my event 1080p", &by_id), -5);
-  EXPECT_EQ(CodecParameterPreset::QueryById(0, &by_id), -5);
-}
-
-TEST_F(CodecModelTest, PresetAddUpdateAndCodecs) {
-  CodecParameterPreset preset("Talk 720p", R"({"frame_rate":30,"gop":60})", R"({"bitrate":96})");
-  auto h265 = CodecNamed("H.265");
-  auto opus = CodecNamed("OPUS");
-  preset.video_codec(h265.get());
-  preset.audio_codec(opus.get());
-  ASSERT_EQ(CodecParameterPreset::Add(&preset), 0);
-  ASSERT_GT(preset.id(), 0);
-  CodecParameterPreset duplicate("Talk 720p", "{}", "{}");
-  EXPECT_EQ(CodecParameterPreset::Add(&duplicate), -2);
-
-  auto read = PresetNamed("Talk 720p");
-  EXPECT_FALSE(read->builtin());
-  EXPECT_EQ(read->video_codec_name(), "H.265");
-  EXPECT_EQ(read->audio_codec_name(), "OPUS");
-  EXPECT_EQ(read->video_codec_parameter(), R"({"frame_rate":30,"gop":60})");
+  Preset preset("Talk 720p", R"({"gop":60})", R"({"bitrate":96})");
+  preset.video_codec(Named<Codec>("H.265").get());
+  preset.audio_codec(Named<Codec>("OPUS").get());
+  ASSERT_EQ(Preset::Add(&preset), 0);
+  Preset duplicate("Talk 720p", "{}", "{}");
+  EXPECT_EQ(Preset::Add(&duplicate), -2);
+  Preset* by_id = nullptr;
+  ASSERT_EQ(Preset::QueryById(preset.id(), &by_id), 0);
+  std::unique_ptr<Preset> read(by_id);
+  EXPECT_EQ(Summary(*read), "user H.265/OPUS {\"gop\":60}");
 
   read->name("Talk 1080p");
-  read->video_codec(CodecNamed("H.264").get());
+  read->video_codec(Named<Codec>("H.264").get());
   read->audio_codec(nullptr);
-  read->video_codec_parameter(R"({"frame_rate":60})");
-  read->audio_codec_parameter("{}");
-  ASSERT_EQ(CodecParameterPreset::Update(read.get()), 0);
-  auto again = PresetNamed("Talk 1080p");
-  EXPECT_EQ(again->video_codec_name(), "H.264");
-  EXPECT_EQ(again->audio_codec_name(), "");
-  EXPECT_EQ(again->audio_codec_id(), 0);
-  EXPECT_EQ(again->video_codec_parameter(), R"({"frame_rate":60})");
+  read->video_codec_parameter(R"({"gop":30})");
+  ASSERT_EQ(Preset::Update(read.get()), 0);
+  auto again = Named<Preset>("Talk 1080p");
+  EXPECT_EQ(Summary(*again), "user H.264/ {\"gop\":30}");
 
   // Renaming onto a taken name is refused; the stored preset keeps its name.
   again->name("1080p60 High");
-  EXPECT_EQ(CodecParameterPreset::Update(again.get()), -2);
-  EXPECT_EQ(PresetNamed("Talk 1080p")->id(), preset.id());
+  EXPECT_EQ(Preset::Update(again.get()), -2);
+  EXPECT_EQ(Named<Preset>("Talk 1080p")->id(), preset.id());
 
   // The engine's own policies keep built-in presets in step, so they can be stored.
-  auto ndi = PresetNamed("NDI Preview Profile");
-  ndi->video_codec_parameter(R"({"frame_rate":25,"gop":50})");
-  EXPECT_EQ(CodecParameterPreset::Update(ndi.get()), 0);
-  EXPECT_EQ(PresetNamed("NDI Preview Profile")->video_codec_parameter(),
-            R"({"frame_rate":25,"gop":50})");
-}
+  auto ndi = Named<Preset>("NDI Preview Profile");
+  ndi->video_codec_parameter(R"({"gop":50})");
+  EXPECT_EQ(Preset::Update(ndi.get()), 0);
+  EXPECT_EQ(Summary(*Named<Preset>("NDI Preview Profile")), "builtin H.264/AAC {\"gop\":50}");
 
-TEST_F(CodecModelTest, RemovalRefusesBuiltInAndClearsStreams) {
-  auto builtin = PresetNamed("1080p60 High");
-  EXPECT_EQ(CodecParameterPreset::Remove(builtin->id()), -2);
-  EXPECT_EQ(StreamNamed("movie1")->codec_parameter_preset()->id(), builtin->id());
+  // Built-in presets are never removed; removing another clears it from its streams.
+  const int builtin = Named<Preset>("1080p60 High")->id();
+  EXPECT_EQ(Preset::Remove(builtin), -2);
 
-  auto user = PresetNamed("My Event 1080p");
+  auto user = Named<Preset>("My Event 1080p");
   Exec("UPDATE stream SET codec_parameter_preset_id = " + std::to_string(user->id()) +
        " WHERE name IN ('movie2', 'rtmp1')");
-  ASSERT_EQ(CodecParameterPreset::Remove(user->id()), 0);
-  EXPECT_EQ(CodecParameterPreset::Remove(user->id()), -5);
-  for (const char* name : {"movie2", "rtmp1"}) {
-    auto stream = StreamNamed(name);
-    EXPECT_EQ(stream->codec_parameter_preset(), nullptr) << name;
-  }
-  EXPECT_NE(StreamNamed("movie1")->codec_parameter_preset(), nullptr);
-  EXPECT_EQ(CodecParameterPreset::Update(user.get()), -5);
+  ASSERT_EQ(Preset::Remove(user->id()), 0);
+  EXPECT_EQ(Preset::Remove(user->id()), -5);
+  EXPECT_EQ(PresetIdsOf({"movie1", "movie2", "rtmp1"}), (std::vector<int>{builtin, 0, 0}));
+  EXPECT_EQ(Preset::Update(user.get()), -5);
 }
 
+// Missing outputs are refused before the database is asked; with no database every call
+// fails and returns nothing.
 TEST_F(CodecModelTest, MissingOutputsAndDisconnectedModel) {
-  EXPECT_EQ(Codec::QueryAll(nullptr), -3);
-  EXPECT_EQ(Codec::QueryById(1, nullptr), -3);
-  EXPECT_EQ(Codec::QueryByTypeName("video", nullptr, nullptr), -3);
-  EXPECT_EQ(CodecParameterPreset::QueryById(1, nullptr), -3);
-  EXPECT_EQ(CodecParameterPreset::QueryVisible(nullptr), -3);
-  EXPECT_EQ(CodecParameterPreset::Add(nullptr), -3);
-  EXPECT_EQ(CodecParameterPreset::Update(nullptr), -3);
-
-  auto kept = PresetNamed("My Event 1080p");
+  auto kept = Named<Preset>("My Event 1080p");
   MediaModel::Instance()->Release();
   std::vector<Codec*> codecs;
-  std::vector<CodecParameterPreset*> presets;
+  std::vector<Preset*> presets;
   Codec* codec = nullptr;
-  CodecParameterPreset* preset = nullptr;
-  const int results[] = {
-      Codec::QueryAll(&codecs),
-      Codec::QueryByName("H.264", &codec),
-      Codec::QueryByTypeName(nullptr, nullptr, &codecs),
-      CodecParameterPreset::QueryById(1, &preset),
-      CodecParameterPreset::QueryVisible(&presets),
-      CodecParameterPreset::Add(kept.get()),
-      CodecParameterPreset::Update(kept.get()),
-      CodecParameterPreset::Remove(kept->id()),
+  Preset* preset = nullptr;
+  const std::pair<int, int> results[] = {
+      {Codec::QueryAll(nullptr), -3},
+      {Codec::QueryById(1, nullptr), -3},
+      {Codec::QueryByTypeName("video", nullptr, nullptr), -3},
+      {Preset::QueryById(1, nullptr), -3},
+      {Preset::QueryVisible(nullptr), -3},
+      {Preset::Add(nullptr), -3},
+      {Preset::Update(nullptr), -3},
+      {Codec::QueryAll(&codecs), -1},
+      {Codec::QueryByName("H.264", &codec), -1},
+      {Codec::QueryByTypeName(nullptr, nullptr, &codecs), -1},
+      {Preset::QueryById(1, &preset), -1},
+      {Preset::QueryVisible(&presets), -1},
+      {Preset::Add(kept.get()), -1},
+      {Preset::Update(kept.get()), -1},
+      {Preset::Remove(kept->id()), -1},
   };
-  for (size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(results[i], -1) << i;
-  EXPECT_TRUE(codecs.empty());
-  EXPECT_TRUE(presets.empty());
-  EXPECT_EQ(codec, nullptr);
-  EXPECT_EQ(preset, nullptr);
+  for (size_t i = 0; i < std::size(results); ++i)
+    EXPECT_EQ(results[i].first, results[i].second) << i;
+  EXPECT_TRUE(codecs.empty() && presets.empty());
+  EXPECT_TRUE(codec == nullptr && preset == nullptr);
 }
 
 }  // namespace
