@@ -7,8 +7,11 @@
 #include <unistd.h>
 #include <zolo/utils.h>
 
-#include <cstring>
+#include <array>
+#include <cstdio>
+#include <initializer_list>
 #include <string>
+#include <utility>
 
 #include "log_capture.h"
 #include "sandbox.h"
@@ -19,102 +22,52 @@ using zolo::test::LogCapture;
 using zolo::test::ReadFile;
 using zolo::test::Sandbox;
 
-struct TextCase {
-  std::string input;
-  std::string argument;
-  std::string expected;
-};
+using Text = const std::string&;
+using Row = std::array<const char*, 3>;  // input, argument, expected result
 
-class FileExtTest : public testing::TestWithParam<TextCase> {};
-TEST_P(FileExtTest, GetFileExtSearchesDownToIndexOne) {
-  EXPECT_EQ(GetFileExt(GetParam().input), GetParam().expected);
+template <class Helper>
+void Check(Helper helper, std::initializer_list<Row> rows) {
+  for (const auto& [input, argument, expected] : rows)
+    EXPECT_EQ(helper(input, argument), expected) << input << " / " << argument;
 }
-INSTANTIATE_TEST_SUITE_P(Table, FileExtTest,
-                         testing::Values(TextCase{"video.mp4", "", "mp4"},
-                                         TextCase{"a/b.c/d.tar.gz", "", "gz"},
-                                         TextCase{"abc", "", "bc"}, TextCase{".x", "", "x"},
-                                         TextCase{"x", "", ""}, TextCase{"", "", ""},
-                                         TextCase{"name.", "", ""}));
 
-class ReplaceExtTest : public testing::TestWithParam<TextCase> {};
-TEST_P(ReplaceExtTest, ReplaceFileExtKeepsTheDot) {
-  EXPECT_EQ(ReplaceFileExt(GetParam().input, GetParam().argument), GetParam().expected);
-}
-INSTANTIATE_TEST_SUITE_P(Table, ReplaceExtTest,
-                         testing::Values(TextCase{"a/b.mp4", "jpg", "a/b.jpg"},
-                                         TextCase{"abc", ".jpg", "a.jpg"},
-                                         TextCase{"a", "jpg", "a"}, TextCase{"", "jpg", "jpg"},
-                                         TextCase{".x", "y", ".y"}));
+TEST(PathHelpers, Table) {
+  auto ext = [](Text in, Text) { return GetFileExt(in); };
+  auto uri = [](Text in, std::string path) {
+    GetFilepathFromUri(in, &path);
+    return path;
+  };
+  auto new_name = [](std::string in, Text name) {
+    return ReplaceFileName(&in, name) == 0 ? in : "-1";
+  };
+  auto match = [](Text pattern, Text text) { return std::to_string(MatchString(pattern, text)); };
+  // clang-format off
+  // The last dot at index 1 or later; without one, all but the first character.
+  Check(ext, {{"a/b.c/d.tar.gz", "", "gz"}, {"abc", "", "bc"}, {".x", "", "x"}, {"x", "", ""},
+              {"name.", "", ""}});
+  Check(ReplaceFileExt, {{"a/b.mp4", "jpg", "a/b.jpg"}, {"abc", ".jpg", "a.jpg"},
+                         {"a", "jpg", "a"}, {"", "jpg", "jpg"}, {".x", "y", ".y"}});
+  Check(AppendFileUri, {{"file:///m/a.mp4", "t_", "file:///m/t_a.mp4"}, {"", "t_", "t_"},
+                        {"/a.mp4", "t_", "/t_a.mp4"}, {"a.mp4", "t_", "at_.mp4"}});
+  Check(ConcateFilePath, {{"", "x", "x"}, {"/a/", "x", "/a/x"}, {"/a", "x", "/a/x"},
+                          {"/a", "", "/a/"}});
+  // Other schemes leave the path as it was.
+  Check(uri, {{"rtsp://h/x", "unchanged", "unchanged"}, {"/x", "", "/x"},
+              {"file:///m/a.mp4", "", "/m/a.mp4"}});
+  // Every occurrence of the old name is replaced; a leading dot or slash is refused.
+  Check(new_name, {{"/r/rec/rec.mp4", "new", "/r/new/new.mp4"}, {"rec.mp4", "a", "a.mp4"},
+                   {".hidden", "a", "-1"}, {"/rec.mp4", "a", "-1"}, {"/r/x.mp4", "", "/r/x.mp4"}});
+  Check(match, {{"^Video-Capture[0-9]+$", "Video-Capture12", "0"},
+                {"^Video-Capture[0-9]+$", "Video-Usb1", "-1"}, {"([unclosed", "x", "-1"}});
+  // clang-format on
 
-class AppendUriTest : public testing::TestWithParam<TextCase> {};
-TEST_P(AppendUriTest, PrefixGoesBeforeTheLastComponent) {
-  EXPECT_EQ(AppendFileUri(GetParam().input, GetParam().argument), GetParam().expected);
-}
-INSTANTIATE_TEST_SUITE_P(Table, AppendUriTest,
-                         testing::Values(TextCase{"file:///m/a.mp4", "t_", "file:///m/t_a.mp4"},
-                                         TextCase{"/a.mp4", "t_", "/t_a.mp4"},
-                                         TextCase{"a.mp4", "t_", "at_.mp4"},
-                                         TextCase{"", "t_", "t_"}));
-
-class ConcatTest : public testing::TestWithParam<TextCase> {};
-TEST_P(ConcatTest, JoinsWithExactlyOneSlash) {
-  EXPECT_EQ(ConcateFilePath(GetParam().input, GetParam().argument), GetParam().expected);
-}
-INSTANTIATE_TEST_SUITE_P(Table, ConcatTest,
-                         testing::Values(TextCase{"", "x", "x"}, TextCase{"/a/", "x", "/a/x"},
-                                         TextCase{"/a", "x", "/a/x"}, TextCase{"/a", "", "/a/"}));
-
-TEST(PathHelpers, ReplaceStringNeverRescansInsertedText) {
   std::string s = "aaa";
-  EXPECT_EQ(ReplaceString(&s, "a", "aa"), 0);
-  EXPECT_EQ(s, "aaaaaa");
-  s = "x.y.z";
-  ReplaceString(&s, "", "!");
-  EXPECT_EQ(s, "x.y.z");
+  EXPECT_EQ(ReplaceString(&s, "a", "aa"), 0);  // inserted text is never rescanned
+  s += ".y.z\n\n";
+  ReplaceString(&s, "", "!");  // an empty pattern changes nothing
   ReplaceString(&s, ".", "");
-  EXPECT_EQ(s, "xyz");
-}
-
-TEST(PathHelpers, ReplaceFileNameReplacesEveryOccurrence) {
-  std::string path = "/r/rec/rec.mp4";
-  EXPECT_EQ(ReplaceFileName(&path, "new"), 0);
-  EXPECT_EQ(path, "/r/new/new.mp4");
-  path = "rec.mp4";
-  EXPECT_EQ(ReplaceFileName(&path, "a"), 0);
-  EXPECT_EQ(path, "a.mp4");
-  path = ".hidden";
-  EXPECT_EQ(ReplaceFileName(&path, "a"), -1);
-  path = "/rec.mp4";
-  EXPECT_EQ(ReplaceFileName(&path, "a"), -1);
-  path = "/r/x.mp4";
-  EXPECT_EQ(ReplaceFileName(&path, ""), 0);
-  EXPECT_EQ(path, "/r/x.mp4");
-}
-
-TEST(PathHelpers, UriConversionKeepsOtherSchemesUntouched) {
-  std::string path = "unchanged";
-  GetFilepathFromUri("rtsp://h/x", &path);
-  EXPECT_EQ(path, "unchanged");
-  GetFilepathFromUri("/x", &path);
-  EXPECT_EQ(path, "/x");
-  GetFilepathFromUri("file:///m/a.mp4", &path);
-  EXPECT_EQ(path, "/m/a.mp4");
-  std::string dir, file;
-  EXPECT_EQ(GetDirByFilePath("/a/b/c.mp4", &dir), 0);
-  EXPECT_EQ(GetFileByFilePath("/a/b/c.mp4", &file), 0);
-  EXPECT_EQ(dir, "/a/b");
-  EXPECT_EQ(file, "c.mp4");
-  std::string trailing = "name\n\n";
-  RemoveTrailingChar('\n', &trailing);
-  EXPECT_EQ(trailing, "name");
-  EXPECT_TRUE(IntReverseSort(2, 1));
-  EXPECT_FALSE(IntReverseSort(1, 1));
-}
-
-TEST(PathHelpers, MatchStringUsesGlibRegexAndRejectsBadPatterns) {
-  EXPECT_EQ(MatchString("^Video-Capture[0-9]+$", "Video-Capture12"), 0);
-  EXPECT_EQ(MatchString("^Video-Capture[0-9]+$", "Video-Usb1"), -1);
-  EXPECT_EQ(MatchString("([unclosed", "x"), -1);
+  RemoveTrailingChar('\n', &s);
+  EXPECT_EQ(s, "aaaaaayz");
 }
 
 class FileHelpers : public testing::Test {
@@ -123,36 +76,30 @@ class FileHelpers : public testing::Test {
   Sandbox sandbox_;
 };
 
-TEST_F(FileHelpers, ExistenceAndSize) {
+TEST_F(FileHelpers, ExistenceSizeRemovalAndRename) {
   sandbox_.WriteFile("/f.txt", "12345");
-  EXPECT_TRUE(IsFile(P("f.txt")));
-  EXPECT_TRUE(IsFile("file://" + P("f.txt")));
-  EXPECT_TRUE(IsFile(sandbox_.root()));
-  EXPECT_FALSE(IsDir(P("f.txt")));
-  EXPECT_TRUE(IsDir(sandbox_.root()));
+  EXPECT_TRUE(IsFile(P("f.txt")) && IsFile("file://" + P("f.txt")) && IsFile(sandbox_.root()));
+  EXPECT_TRUE(!IsDir(P("f.txt")) && IsDir(sandbox_.root()));
   EXPECT_EQ(FileSize(P("f.txt")), 5);
   EXPECT_EQ(FileSize(P("absent")), -1);
   ASSERT_EQ(symlink(P("f.txt").c_str(), P("link").c_str()), 0);
-  EXPECT_EQ(FileSize(P("link")), static_cast<int64_t>(P("f.txt").size()));
-  EXPECT_FALSE(IsFile("rtsp://x/f.txt"));
-}
+  EXPECT_EQ(FileSize(P("link")), static_cast<int64_t>(P("f.txt").size()));  // the link itself
 
-TEST_F(FileHelpers, RemovalOfMissingPathsDoesNothing) {
-  EXPECT_EQ(Remove(P("absent")), 0);
-  EXPECT_EQ(RemoveAll(P("absent")), 0);
+  EXPECT_EQ(Remove(P("absent")) + RemoveAll(P("absent")), 0);
   sandbox_.WriteFile("/tree/a/b.txt", "x");
   EXPECT_EQ(RemoveAll(P("tree")), 0);
-  EXPECT_FALSE(IsFile(P("tree")));
-  sandbox_.WriteFile("/one.txt", "x");
-  EXPECT_EQ(Remove("file://" + P("one.txt")), 0);
-  EXPECT_FALSE(IsFile(P("one.txt")));
+  EXPECT_EQ(Remove("file://" + P("f.txt")), 0);
+  EXPECT_FALSE(IsFile(P("tree")) || IsFile(P("f.txt")));
   sandbox_.WriteFile("/full/x", "x");
   LogCapture log;
   EXPECT_LT(Remove(P("full")), 0);
   EXPECT_TRUE(log.HasFragment("Failed to remove " + P("full"))) << log.Dump();
+  EXPECT_EQ(Rename(P("full/x"), P("y")), 0);
+  EXPECT_EQ(Rename(P("full/x"), P("z")), -1);
+  EXPECT_TRUE(log.HasFragment("Rename file " + P("full/x") + " to " + P("z") + " failed. errno="));
 }
 
-TEST_F(FileHelpers, CopyKeepsModeAndTheTailOfALongerTarget) {
+TEST_F(FileHelpers, CopyKeepsModeAndTheTailOfALongerTargetAndReportsFailures) {
   sandbox_.WriteFile("/src", "short");
   chmod(P("src").c_str(), 0640);
   EXPECT_EQ(Copy(P("src"), "file://" + P("dst")), 0);
@@ -167,51 +114,36 @@ TEST_F(FileHelpers, CopyKeepsModeAndTheTailOfALongerTarget) {
   sandbox_.WriteFile("/big", big);
   EXPECT_EQ(Copy(P("big"), P("big2")), 0);
   EXPECT_EQ(ReadFile(P("big2")), big);
-}
 
-TEST_F(FileHelpers, CopyFailuresReportTheirCause) {
   LogCapture log;
   EXPECT_EQ(Copy(P("absent"), P("dst")), -1);
   EXPECT_TRUE(log.HasFragment("Get source file " + P("absent") + " error ")) << log.Dump();
-  sandbox_.WriteFile("/src", "x");
   EXPECT_EQ(Copy(P("src"), P("no/dir/dst")), -1);
   EXPECT_TRUE(log.HasFragment("Open destination file " + P("no/dir/dst"))) << log.Dump();
+  EXPECT_EQ(ReadFile(P("dst")), "short");
   // A source that exists but cannot be opened (a socket) syncs and closes descriptor 0;
   // run it in a child, where that is harmless.
+  sockaddr_un address{AF_UNIX, {}};
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", P("sock").c_str());
   int sock = socket(AF_UNIX, SOCK_STREAM, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::string socket_path = P("sock");
-  ASSERT_LT(socket_path.size(), sizeof address.sun_path);
-  std::strcpy(address.sun_path, socket_path.c_str());
   ASSERT_EQ(bind(sock, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  EXPECT_EXIT(
-      {
-        Copy(socket_path, P("dst"));
-        _exit(fcntl(0, F_GETFD) == -1 ? 0 : 1);
-      },
-      testing::ExitedWithCode(0), "");
+  auto copy_then_check_input = [&] {
+    Copy(P("sock"), P("dst"));
+    return fcntl(0, F_GETFD) != -1;
+  };
+  EXPECT_EXIT(_exit(copy_then_check_input()), testing::ExitedWithCode(0), "");
   close(sock);
-}
-
-TEST_F(FileHelpers, RenameReportsFailure) {
-  sandbox_.WriteFile("/a", "x");
-  EXPECT_EQ(Rename(P("a"), P("b")), 0);
-  LogCapture log;
-  EXPECT_EQ(Rename(P("a"), P("c")), -1);
-  EXPECT_TRUE(log.HasFragment("Rename file " + P("a") + " to " + P("c") + " failed. errno="));
 }
 
 TEST_F(FileHelpers, MakeDirRequiresItsLeadingComponentsAtDepth) {
   std::string root = sandbox_.root();
-  int root_slashes = 0;
-  for (char c : root) root_slashes += c == '/';
-  // <root>/media exists; <root>/media/SD does not yet.
+  int depth = 2;  // <root>/media exists; <root>/media/SD does not yet
+  for (char c : root) depth += c == '/';
   std::string file = root + "/media/SD/rec/a.mp4";
-  EXPECT_EQ(MakeDirByFilePath(file, 0755, root_slashes + 2), -1);
+  EXPECT_EQ(MakeDirByFilePath(file, 0755, depth), -1);
   EXPECT_FALSE(IsDir(root + "/media/SD/rec"));
   sandbox_.MakeDir("/media/SD");
-  EXPECT_EQ(MakeDirByFilePath(file, 0755, root_slashes + 2), 0);
+  EXPECT_EQ(MakeDirByFilePath(file, 0755, depth), 0);
   EXPECT_TRUE(IsDir(root + "/media/SD/rec"));
   EXPECT_EQ(MakeDirByFilePath(file, 0755, 99), -1);
   EXPECT_EQ(MakeDirByFileUri("file://" + root + "/x/y/z.txt", 0755, 0), 0);
@@ -229,32 +161,29 @@ TEST(ShellCommand, ReportsOutputExitCodesAndSignals) {
   EXPECT_EQ(long_line.size(), 2000u);
 }
 
-TEST(JsonHelpers, UpdateMovesTheMemberToTheEnd) {
+std::string Printed(cJSON* json) {
+  char* text = cJSON_PrintUnformatted(json);
+  std::string printed = text ? text : "";
+  cJSON_free(text);
+  return printed;
+}
+
+TEST(JsonHelpers, UpdateMovesTheMemberToTheEndAndAppendCopiesShallowly) {
   cJSON* obj = cJSON_Parse(R"({"a":1,"b":2})");
   EXPECT_EQ(cJSON_UpdateObjectItem(obj, "a", 5), 0);
   EXPECT_EQ(cJSON_UpdateObjectItem(obj, "c", 1.5), 0);
-  char* text = cJSON_PrintUnformatted(obj);
-  EXPECT_STREQ(text, R"({"b":2,"a":5,"c":1.5})");
-  cJSON_free(text);
+  EXPECT_EQ(Printed(obj), R"({"b":2,"a":5,"c":1.5})");
   EXPECT_EQ(cJSON_UpdateObjectItem(nullptr, "a", 1), -1);
-  cJSON_Delete(obj);
-}
-
-TEST(JsonHelpers, AppendTwoArraysCopiesShallowlyAndRefusesEmptyArrays) {
   cJSON* empty = cJSON_CreateArray();
   cJSON* src = cJSON_Parse(R"([{"x":1},2])");
-  EXPECT_EQ(cJSON_AppendTwoArrays(empty, src), -1);
-  EXPECT_EQ(cJSON_GetArraySize(empty), 0);
   cJSON* dst = cJSON_Parse("[0]");
+  const std::pair<cJSON*, cJSON*> refused[] = {
+      {empty, src}, {nullptr, src}, {dst, nullptr}, {dst, empty}};
+  for (auto [to, from] : refused) EXPECT_EQ(cJSON_AppendTwoArrays(to, from), -1);
+  EXPECT_EQ(cJSON_GetArraySize(empty), 0);
   EXPECT_EQ(cJSON_AppendTwoArrays(dst, src), 0);
-  char* text = cJSON_PrintUnformatted(dst);
-  EXPECT_STREQ(text, "[0,{},2]");
-  cJSON_free(text);
-  EXPECT_EQ(cJSON_AppendTwoArrays(nullptr, src), -1);
-  EXPECT_EQ(cJSON_AppendTwoArrays(dst, nullptr), -1);
-  cJSON_Delete(empty);
-  cJSON_Delete(src);
-  cJSON_Delete(dst);
+  EXPECT_EQ(Printed(dst), "[0,{},2]");
+  for (cJSON* json : {obj, empty, src, dst}) cJSON_Delete(json);
 }
 
 }  // namespace

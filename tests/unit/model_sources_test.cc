@@ -7,23 +7,29 @@
 #include <zolo_model/source.h>
 #include <zolo_model/stream.h>
 
-#include <atomic>
 #include <memory>
 #include <string>
 #include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "model_fixture.h"
 
 namespace {
 
-template <class T>
-std::vector<std::string> Names(const std::vector<T*>& objects) {
-  std::vector<std::string> names;
-  for (auto* object : objects) names.push_back(object->name());
-  return names;
+using Ids = std::vector<int>;
+
+// Every stored field as one text, so a column written or read out of place shows.
+std::string Fields(const MediaSource& s) {
+  return s.name() + '|' + s.type() + '|' + s.category() + '|' + s.url() + '|' + s.sub_address() +
+         '|' + s.authentication() + '|' + s.parameters() + '|' +
+         std::to_string(s.fixed() * 1000 + s.available() * 100 + s.enabled() * 10 + s.visible()) +
+         '|' + std::to_string(s.int_attr1()) + '|' + std::to_string(s.int_attr2()) + '|' +
+         s.extra() + '|' + s.extra2();
 }
 
+// Source or channel `id`, which must exist.
 template <class Kind>
 std::unique_ptr<Kind> ById(int id) {
   Kind* found = nullptr;
@@ -31,20 +37,33 @@ std::unique_ptr<Kind> ById(int id) {
   return std::unique_ptr<Kind>(found);
 }
 
-std::unique_ptr<Channel> ChannelNamed(const std::string& name) {
-  Channel* found = nullptr;
-  EXPECT_EQ(Channel::QueryByName(name, &found), 0) << name;
-  return std::unique_ptr<Channel>(found);
+// The names of a channel's video, audio, video user and audio user sources ("-" for none).
+std::string Linked(const Channel& c) {
+  const MediaSource* linked[] = {c.video_source(), c.audio_source(), c.video_user_source(),
+                                 c.audio_user_source()};
+  std::string names;
+  for (const MediaSource* s : linked) names += (names.empty() ? "" : "/") + (s ? s->name() : "-");
+  return names;
 }
 
-std::vector<int> ListedIds(int channel, bool user, const char* key) {
+Ids ListedIds(int channel, bool user, const char* key) {
   ChannelSources* lists = nullptr;
   EXPECT_EQ(ChannelSources::QueryByChannel(channel, &lists), 0);
-  std::vector<int> ids;
+  std::unique_ptr<ChannelSources> owned(lists);
+  Ids ids;
   if (lists == nullptr) return ids;
   EXPECT_EQ(user ? lists->ObtainUserSources(key, &ids) : lists->ObtainChannelSources(key, &ids), 0);
-  delete lists;
   return ids;
+}
+
+// Runs a list query: the number of rows found, or its failure (-100 if it also left rows).
+template <class T>
+int Count(int (*query)(std::vector<T*>*)) {
+  std::vector<T*> found;
+  int result = query(&found);
+  int rows = static_cast<int>(found.size());
+  MediaModel::CleanQuery(&found);
+  return result == 0 ? rows : rows == 0 ? result : -100;
 }
 
 // Both kinds of source share their fields and operations: one suite runs over each.
@@ -53,10 +72,12 @@ class SourceKindTest : public zolo::test::ModelTest {};
 using SourceKinds = testing::Types<ChannelSource, UserSource>;
 TYPED_TEST_SUITE(SourceKindTest, SourceKinds);
 
-TYPED_TEST(SourceKindTest, AddReadUpdateRemoveRoundTrip) {
-  TypeParam source("Test \"src\" 'x'", "video", "network", "rtsp://10.0.0.5/live?a=1&b=2");
+TYPED_TEST(SourceKindTest, RoundTripAndRefusedChanges) {
+  const int rows = Count(&TypeParam::QueryAll);
+  TypeParam source("Test \"src\" 'x' 100%", "video", "network", "rtsp://10.0.0.5/live?a=1&b=2");
   source.sub_address("sub");
   source.available(false);
+  source.visible(false);
   source.int_attr1(-7);
   source.int_attr2(1 << 30);
   source.extra("e1");
@@ -64,263 +85,129 @@ TYPED_TEST(SourceKindTest, AddReadUpdateRemoveRoundTrip) {
   source.UpdateParameter("latency", 300);
   source.UpdateAuthentication("passphrase", std::string("p@ss \"word\""));
   ASSERT_EQ(TypeParam::Add(&source), 0);
-  ASSERT_GT(source.id(), 0);
-
   auto read = ById<TypeParam>(source.id());
   ASSERT_TRUE(read);
-  EXPECT_EQ(read->name(), source.name());
-  EXPECT_EQ(read->type(), "video");
-  EXPECT_EQ(read->category(), "network");
-  EXPECT_EQ(read->url(), source.url());
-  EXPECT_EQ(read->sub_address(), "sub");
-  EXPECT_TRUE(read->fixed());
-  EXPECT_FALSE(read->available());
-  EXPECT_TRUE(read->enabled());
-  EXPECT_EQ(read->int_attr1(), -7);
-  EXPECT_EQ(read->int_attr2(), 1 << 30);
-  EXPECT_EQ(read->extra(), "e1");
-  EXPECT_EQ(read->extra2(), "e2");
-  EXPECT_EQ(read->ObtainParameter("latency", -1), 300);
-  EXPECT_EQ(read->ObtainStrAuthentication("passphrase"), "p@ss \"word\"");
-
+  EXPECT_EQ(Fields(*read), Fields(source));
   read->category("listener");
   read->type("audio");
   read->enabled(false);
+  read->available(true);
   ASSERT_EQ(TypeParam::Update(read.get()), 0);
-  auto again = ById<TypeParam>(source.id());
-  EXPECT_EQ(again->category(), "listener");
-  EXPECT_EQ(again->type(), "audio");
-  EXPECT_FALSE(again->enabled());
-
+  EXPECT_EQ(Fields(*ById<TypeParam>(source.id())), Fields(*read));
   ASSERT_EQ(TypeParam::Remove(source.id()), 0);
-  TypeParam* gone = nullptr;
-  EXPECT_EQ(TypeParam::QueryById(source.id(), &gone), -5);
   EXPECT_EQ(TypeParam::Remove(source.id()), -5);
-  EXPECT_EQ(TypeParam::Update(again.get()), -5);
-}
+  EXPECT_EQ(TypeParam::Update(read.get()), -5);
 
-TYPED_TEST(SourceKindTest, RefusedChangesStoreNothing) {
-  std::vector<TypeParam*> before;
-  ASSERT_EQ(TypeParam::QueryAll(&before), 0);
-  ASSERT_FALSE(before.empty());
-  struct Case {
-    const char* name;
-    const char* type;
-    const char* category;
-    int result;
-  };
-  const Case cases[] = {
-      {"new-a", "picture", "network", -3},
-      {"new-b", "video", "satellite", -3},
-      {"new-c", "", "", -3},
-      {before.front()->name().c_str(), "video", "network", -2},  // name taken
-  };
-  for (const auto& c : cases) {
-    TypeParam source(c.name, c.type, c.category, "");
-    EXPECT_EQ(TypeParam::Add(&source), c.result) << c.name;
+  // Unknown type or category texts (case counts), a taken name and null are refused.
+  for (const auto& [type, category] : std::vector<std::pair<const char*, const char*>>{
+           {"picture", "network"}, {"video", "satellite"}, {"", ""}, {"Video", "Network"}}) {
+    TypeParam bad("new", type, category, "");
+    EXPECT_EQ(TypeParam::Add(&bad), -3) << type << category;
   }
+  auto first = ById<TypeParam>(1);
+  const std::string stored = Fields(*first);
+  TypeParam taken(first->name(), "video", "network", "");
+  EXPECT_EQ(TypeParam::Add(&taken), -2);
   EXPECT_EQ(TypeParam::Add(nullptr), -3);
   EXPECT_EQ(TypeParam::Update(nullptr), -3);
-  before.front()->category("nowhere");
-  EXPECT_EQ(TypeParam::Update(before.front()), -3);
-  std::vector<TypeParam*> after;
-  ASSERT_EQ(TypeParam::QueryAll(&after), 0);
-  EXPECT_EQ(Names(after), Names(before));
-  EXPECT_EQ(ById<TypeParam>(after.front()->id())->category(), after.front()->category());
-  MediaModel::CleanQuery(&before);
-  MediaModel::CleanQuery(&after);
+  first->category("nowhere");
+  EXPECT_EQ(TypeParam::Update(first.get()), -3);
+  EXPECT_EQ(Count(&TypeParam::QueryAll), rows);
+  EXPECT_EQ(Fields(*ById<TypeParam>(1)), stored);
 }
 
 TYPED_TEST(SourceKindTest, JsonMembersReadWithDefaults) {
   TypeParam source("json", "video", "network", "");
   source.parameters(R"({"frame_rate": 50, "codec": "H.264", "on": true, "list": [1]})");
-  source.authentication(R"({"encryption": 1, "passphrase": "pw"})");
-  struct Case {
-    const char* key;
-    int number;        // read with fallback -1
-    const char* text;  // read with fallback "dflt"
-    bool exists;
-  };
-  const Case parameters[] = {{"frame_rate", 50, "dflt", true}, {"codec", -1, "H.264", true},
-                             {"on", 1, "dflt", true},          {"list", -1, "dflt", true},
-                             {"absent", -1, "dflt", false},    {"", -1, "dflt", false}};
-  for (const auto& c : parameters) {
-    EXPECT_EQ(source.ObtainParameter(c.key, -1), c.number) << c.key;
-    EXPECT_EQ(source.ObtainStrParameter(c.key, "dflt"), c.text) << c.key;
-    EXPECT_EQ(source.IsParameterExisted(c.key), c.exists) << c.key;
+  // key, read as number with fallback -1, as text with fallback "dflt", present
+  const std::tuple<const char*, int, const char*, bool> parameters[] = {
+      {"frame_rate", 50, "dflt", true}, {"codec", -1, "H.264", true},  {"on", 1, "dflt", true},
+      {"list", -1, "dflt", true},       {"absent", -1, "dflt", false}, {"", -1, "dflt", false}};
+  for (const auto& [key, number, text, exists] : parameters) {
+    EXPECT_EQ(source.ObtainParameter(key, -1), number) << key;
+    EXPECT_EQ(source.ObtainStrParameter(key, "dflt"), text) << key;
+    EXPECT_EQ(source.IsParameterExisted(key), exists) << key;
   }
-  EXPECT_EQ(source.ObtainAuthentication("encryption", -1), 1);
-  EXPECT_EQ(source.ObtainAuthentication("key_length", -1), -1);
-  EXPECT_EQ(source.ObtainStrAuthentication("passphrase", ""), "pw");
-  EXPECT_FALSE(source.IsAuthenticationExisted("key_length"));
-
-  // Updating replaces a member of another kind and keeps the text in step with the cache.
+  // Updating replaces a member of another kind; copies keep their own parsed cache.
   EXPECT_EQ(source.UpdateParameter("codec", 7), 0);
-  EXPECT_EQ(source.ObtainParameter("codec", -1), 7);
-  EXPECT_EQ(source.UpdateAuthentication("key_length", 32), 0);
-  EXPECT_NE(source.authentication().find("\"key_length\":32"), std::string::npos);
-  // Replacing the whole text drops what was parsed before.
-  source.parameters("{}");
-  EXPECT_FALSE(source.IsParameterExisted("codec"));
-
-  // Stored text that is no JSON object reads as an empty object and can be rewritten.
-  for (const char* bad : {"", "not json", "[1,2]", "{\"a\":", "null"}) {
-    source.parameters(bad);
-    EXPECT_EQ(source.ObtainParameter("a", -2000), -2000) << bad;
-    EXPECT_EQ(source.UpdateParameter("a", std::string("b")), 0) << bad;
-    EXPECT_EQ(source.parameters(), "{\"a\":\"b\"}") << bad;
-  }
-}
-
-TYPED_TEST(SourceKindTest, CopiesAreIndependent) {
-  TypeParam source("orig", "video", "network", "");
-  source.UpdateParameter("x", 1);
   TypeParam copy(source);
-  copy.UpdateParameter("x", 2);
+  copy.UpdateParameter("codec", 8);
   TypeParam& same = copy;
   copy = same;  // self-assignment keeps the object usable
-  EXPECT_EQ(source.ObtainParameter("x", 0), 1);
-  EXPECT_EQ(copy.ObtainParameter("x", 0), 2);
+  EXPECT_EQ(source.ObtainParameter("codec", -1), 7);
   source = copy;
-  EXPECT_EQ(source.ObtainParameter("x", 0), 2);
+  EXPECT_EQ(source.ObtainParameter("codec", -1), 8);
+  source.parameters("{}");  // replacing the text drops what was parsed before
+  EXPECT_FALSE(source.IsParameterExisted("codec"));
+  // Stored text that is no JSON object reads as an empty object and can be rewritten.
+  for (const char* bad : {"", "not json", "[1,2]", "{\"a\":", "null"}) {
+    source.authentication(bad);
+    EXPECT_EQ(source.ObtainAuthentication("a", -2000), -2000) << bad;
+    EXPECT_EQ(source.UpdateAuthentication("a", std::string("b")), 0) << bad;
+    EXPECT_EQ(source.authentication(), "{\"a\":\"b\"}") << bad;
+  }
 }
 
 class SourceModelTest : public zolo::test::ModelTest {};
 
-TEST_F(SourceModelTest, VisibleQueriesLeaveHiddenRowsOut) {
-  std::vector<ChannelSource*> all;
-  std::vector<ChannelSource*> visible;
-  ASSERT_EQ(ChannelSource::QueryAll(&all), 0);
-  ASSERT_EQ(ChannelSource::QueryVisible(&visible), 0);
-  EXPECT_EQ(all.size(), visible.size() + 1);
-  for (auto* source : visible) EXPECT_NE(source->name(), "Placeholder1");
-  MediaModel::CleanQuery(&all);
-  MediaModel::CleanQuery(&visible);
-
-  std::vector<UserSource*> users;
-  ASSERT_EQ(UserSource::QueryVisible(&users), 0);
-  EXPECT_EQ(Names(users), (std::vector<std::string>{"Lobby Camera", "Remote Studio", "Stage NDI"}));
-  MediaModel::CleanQuery(&users);
-
+TEST_F(SourceModelTest, VisibleQueriesAndLookups) {
+  // One device source and one user source are hidden by default; hide one channel.
   Exec("UPDATE channel SET visible = 0 WHERE name = 'Audio-Usb'");
-  std::vector<Channel*> channels;
-  ASSERT_EQ(Channel::QueryVisible(&channels), 0);
-  EXPECT_EQ(channels.size(), 10u);
-  MediaModel::CleanQuery(&channels);
-}
+  EXPECT_EQ(Count(&ChannelSource::QueryVisible), Count(&ChannelSource::QueryAll) - 1);
+  EXPECT_EQ(Count(&UserSource::QueryVisible), 3);
+  EXPECT_EQ(Count(&Channel::QueryVisible), 10);
+  EXPECT_EQ(Count(&ChannelSources::QueryAll), 11);
 
-// The naming rules rely on these numbers: capture port 0, USB 5, network kinds 1 and 3.
-TEST_F(SourceModelTest, TypeAndCategoryNumbers) {
-  const std::pair<const char*, int> categories[] = {
-      {"capture", 0}, {"usb", 5}, {"network", 1}, {"listener", 3}, {"Capture", -1}, {"", -1}};
-  for (const auto& [text, number] : categories) {
-    EXPECT_EQ(MediaSource::StringToCategory(text), number) << text;
-    if (number >= 0) {
-      EXPECT_EQ(MediaSource::CategoryToString(number), text);
-    }
-  }
-  EXPECT_EQ(MediaSource::StringToType("video"), 0);
-  EXPECT_EQ(MediaSource::StringToType("audio"), 1);
-  EXPECT_EQ(MediaSource::CategoryToString(99), "unknown");
-}
-
-TEST_F(SourceModelTest, CaptureInputsFoundBySubAddress) {
-  const std::pair<const char*, const char*> inputs[] = {{"SC0710:RAW 01.00 0401f717", "Capture1"},
-                                                        {"SC0710:RAW 00.00 0404f71d", "Capture2"},
-                                                        {"SC0710:RAW 00.01 0404f71d", "Capture3"},
-                                                        {"SC0710:RAW 00.02 0404f71d", "Capture4"},
-                                                        {"SC0710:RAW 00.03 0404f71d", "Capture5"}};
-  for (const auto& [address, name] : inputs) {
-    ChannelSource* source = nullptr;
-    ASSERT_EQ(ChannelSource::QueryBySubAddress(address, &source), 0) << address;
-    EXPECT_EQ(source->name(), name);
-    EXPECT_EQ(source->category(), "capture");
-    EXPECT_EQ(source->type(), "video");
-    delete source;
-  }
+  // Capture video and audio share a sub-address: the first by id is found. Stored numbers
+  // read back as type and category texts.
   ChannelSource* source = nullptr;
+  ASSERT_EQ(ChannelSource::QueryBySubAddress("SC0710:RAW 00.03 0404f71d", &source), 0);
+  EXPECT_EQ(source->name() + "/" + source->category() + "/" + source->type(),
+            "Capture5/capture/video");
+  delete source;
+  auto usb_audio = ById<ChannelSource>(17);
+  EXPECT_EQ(usb_audio->category() + "/" + usb_audio->type(), "usb/audio");
+  source = nullptr;
   EXPECT_EQ(ChannelSource::QueryBySubAddress("SC0710:RAW 09.00 0404f71d", &source), -5);
-  EXPECT_EQ(ChannelSource::QueryByName("nope", &source), -5);
+  EXPECT_EQ(ChannelSource::QueryByName("' OR 1 --", &source), -5);
   EXPECT_EQ(source, nullptr);
 }
 
-TEST_F(SourceModelTest, ChannelsCarryTheirSources) {
-  struct Case {
-    const char* channel;
-    const char* video;
-    const char* audio;
-    const char* video_user;
-    const char* audio_user;
-  };
-  const Case cases[] = {
-      {"Video-Capture1", "Capture1", "Capture-Audio1", nullptr, nullptr},
-      {"Video-Usb1", "Usb1", "Usb-Audio1", nullptr, nullptr},
-      {"RTSP1", "RTSP1", "RTSP1", "Lobby Camera", nullptr},
-      {"SRT-LISTENER1", "SRT-LISTENER1", "SRT-LISTENER1", "Remote Studio", "Remote Studio"},
-      {"Audio-Mix", nullptr, "Mix-Audio1", nullptr, nullptr},
-  };
-  auto name = [](const MediaSource* source) { return source ? source->name() : "-"; };
-  for (const auto& c : cases) {
-    auto channel = ChannelNamed(c.channel);
-    ASSERT_TRUE(channel);
-    EXPECT_EQ(name(channel->video_source()), c.video ? c.video : "-") << c.channel;
-    EXPECT_EQ(name(channel->audio_source()), c.audio ? c.audio : "-") << c.channel;
-    EXPECT_EQ(name(channel->video_user_source()), c.video_user ? c.video_user : "-") << c.channel;
-    EXPECT_EQ(name(channel->audio_user_source()), c.audio_user ? c.audio_user : "-") << c.channel;
-  }
-  // Sources come with their JSON members, also on a stream's channel.
-  auto srt = ChannelNamed("SRT-LISTENER1");
-  EXPECT_EQ(srt->video_user_source()->ObtainStrAuthentication("passphrase"), "change-me-please");
-  std::vector<Stream*> streams;
-  ASSERT_EQ(Stream::QueryByTypeName("preview", "preview2", true, &streams), 0);
-  ASSERT_EQ(streams.size(), 1u);
-  ASSERT_NE(streams[0]->channel()->video_source(), nullptr);
-  EXPECT_EQ(streams[0]->channel()->video_source()->sub_address(), "SC0710:RAW 00.01 0404f71d");
-  MediaModel::CleanQuery(&streams);
-}
-
-TEST_F(SourceModelTest, ChannelStreamsHonourHiddenFlag) {
+TEST_F(SourceModelTest, ChannelsCarryTheirSourcesAndStreams) {
+  const std::pair<int, const char*> cases[] = {
+      {1, "Capture1/Capture-Audio1/-/-"},
+      {7, "RTSP1/RTSP1/Lobby Camera/-"},
+      {8, "SRT-LISTENER1/SRT-LISTENER1/Remote Studio/Remote Studio"},
+      {10, "-/Mix-Audio1/-/-"}};
+  for (const auto& [id, linked] : cases) EXPECT_EQ(Linked(*ById<Channel>(id)), linked) << id;
+  // Channel 1 has 13 of the 19 streams; one of them hidden.
   Exec("UPDATE stream SET hidden = 1 WHERE name = 'preview-ndi-sub'");
-  auto channel = ChannelNamed("Video-Capture1");
-  auto has = [](const std::vector<Stream*>& list, const std::string& name) {
-    for (auto* s : list)
-      if (s->name() == name) return true;
-    return false;
-  };
-  EXPECT_TRUE(has(channel->streams(false), "preview-ndi-sub"));
-  EXPECT_FALSE(has(channel->streams(true), "preview-ndi-sub"));
-  EXPECT_TRUE(has(channel->streams(true), "movie1"));
-  EXPECT_FALSE(has(channel->streams(true), "movie2"));  // on channel 2
-  EXPECT_TRUE(ChannelNamed("Audio-Usb")->streams(false).empty());
+  auto capture = ById<Channel>(1);
+  EXPECT_EQ(capture->streams(false).size(), 13u);
+  EXPECT_EQ(capture->streams(true).size(), 12u);
+  for (auto* stream : capture->streams(true)) EXPECT_NE(stream->name(), "preview-ndi-sub");
+  EXPECT_TRUE(ById<Channel>(11)->streams(false).empty());
 }
 
 TEST_F(SourceModelTest, ChannelAddUpdateRemove) {
-  auto lobby = ById<UserSource>(1);
-  auto capture = ById<ChannelSource>(2);
   Channel channel("RTSP2");
-  channel.video_source(capture.get());
-  channel.video_user_source(lobby.get());
+  channel.video_source(ById<ChannelSource>(2).get());
+  channel.video_user_source(ById<UserSource>(1).get());
   channel.ordinal("2");
   channel.attribute(9);
   ASSERT_EQ(Channel::Add(&channel), 0);
-  Channel duplicate("RTSP2");
-  EXPECT_EQ(Channel::Add(&duplicate), -2);
-
-  auto read = ChannelNamed("RTSP2");
-  ASSERT_TRUE(read);
-  EXPECT_EQ(read->id(), channel.id());
-  EXPECT_EQ(read->video_source()->id(), 2);
-  EXPECT_EQ(read->video_user_source()->name(), "Lobby Camera");
-  EXPECT_EQ(read->audio_source(), nullptr);
-  EXPECT_EQ(read->ordinal(), "2");
-  EXPECT_EQ(read->attribute(), 9);
+  Channel* found = nullptr;
+  ASSERT_EQ(Channel::QueryByName("RTSP2", &found), 0);
+  std::unique_ptr<Channel> read(found);
+  EXPECT_EQ(Linked(*read) + "/" + read->ordinal() + "/" + std::to_string(read->attribute()),
+            "Capture2/-/Lobby Camera/-/2/9");
 
   read->video_source(nullptr);
   read->preview_url("rtsp://<MAC_ADDR>/preview");
   ASSERT_EQ(Channel::Update(read.get()), 0);
-  auto again = ChannelNamed("RTSP2");
-  EXPECT_EQ(again->video_source(), nullptr);
-  EXPECT_EQ(again->preview_url(), "rtsp://<MAC_ADDR>/preview");
+  auto again = ById<Channel>(channel.id());
+  EXPECT_EQ(Linked(*again) + " " + again->preview_url(),
+            "-/-/Lobby Camera/- rtsp://<MAC_ADDR>/preview");
 
   // A link to a source that no longer exists is refused.
   UserSource temporary("temp", "video", "network", "rtsp://x");
@@ -332,26 +219,19 @@ TEST_F(SourceModelTest, ChannelAddUpdateRemove) {
   ASSERT_EQ(Channel::Remove(channel.id()), 0);
   EXPECT_EQ(Channel::Remove(channel.id()), -5);
   EXPECT_EQ(Channel::Update(again.get()), -5);
-  EXPECT_EQ(Channel::Add(nullptr), -3);
 }
 
 TEST_F(SourceModelTest, RemovingASourceClearsEveryReference) {
   ASSERT_EQ(UserSource::Remove(1), 0);  // "Lobby Camera", RTSP1's video user source
-  auto rtsp = ChannelNamed("RTSP1");
-  EXPECT_EQ(rtsp->video_user_source(), nullptr);
-  EXPECT_EQ(rtsp->video_source()->id(), 7);
-  EXPECT_EQ(ListedIds(7, true, "video_sources"), (std::vector<int>{3, 4}));
-  EXPECT_EQ(ListedIds(7, true, "audio_sources"), std::vector<int>{});
-
+  EXPECT_EQ(Linked(*ById<Channel>(7)), "RTSP1/RTSP1/-/-");
+  EXPECT_EQ(ListedIds(7, true, "video_sources"), (Ids{3, 4}));
+  EXPECT_EQ(ListedIds(7, true, "audio_sources"), Ids{});
   ASSERT_EQ(ChannelSource::Remove(11), 0);  // listed for channels 7 and 8
-  EXPECT_EQ(ListedIds(7, false, "video_sources"), (std::vector<int>{7, 10}));
-  EXPECT_EQ(ListedIds(8, false, "video_sources"), (std::vector<int>{8}));
-
+  EXPECT_EQ(ListedIds(7, false, "video_sources"), (Ids{7, 10}));
+  EXPECT_EQ(ListedIds(8, false, "video_sources"), (Ids{8}));
   ASSERT_EQ(ChannelSource::Remove(12), 0);  // Video-Capture1's audio
-  auto capture = ChannelNamed("Video-Capture1");
-  EXPECT_EQ(capture->audio_source(), nullptr);
-  EXPECT_EQ(capture->video_source()->name(), "Capture1");
-  EXPECT_EQ(ListedIds(1, false, "audio_sources"), (std::vector<int>{19}));
+  EXPECT_EQ(Linked(*ById<Channel>(1)), "Capture1/-/-/-");
+  EXPECT_EQ(ListedIds(1, false, "audio_sources"), (Ids{19}));
 
   // Removing a channel takes its lists and leaves its streams without a channel.
   ASSERT_EQ(Channel::Remove(2), 0);
@@ -365,27 +245,20 @@ TEST_F(SourceModelTest, RemovingASourceClearsEveryReference) {
 }
 
 TEST_F(SourceModelTest, AllowedSourceLists) {
-  std::vector<ChannelSources*> all;
-  ASSERT_EQ(ChannelSources::QueryAll(&all), 0);
-  ASSERT_EQ(all.size(), 11u);
-  EXPECT_EQ(all.front()->channel(), 1);
-  MediaModel::CleanQuery(&all);
-  EXPECT_EQ(ListedIds(7, false, "video_sources"), (std::vector<int>{7, 10, 11}));
-  EXPECT_EQ(ListedIds(7, true, "video_sources"), (std::vector<int>{1, 3, 4}));
-  EXPECT_EQ(ListedIds(10, false, "video_sources"), std::vector<int>{});
+  EXPECT_EQ(ListedIds(10, false, "video_sources"), Ids{});  // no such key
 
   ChannelSources* lists = nullptr;
   ASSERT_EQ(ChannelSources::QueryByChannel(9, &lists), 0);
   std::unique_ptr<ChannelSources> owned(lists);
-  std::vector<int> ids = {42};
+  Ids ids = {42};
   EXPECT_EQ(lists->ObtainChannelSources("video_sources", &ids), 0);
-  EXPECT_EQ(ids, (std::vector<int>{42, 9}));  // appended, not replaced
+  EXPECT_EQ(ids, (Ids{42, 9}));  // appended, not replaced
   EXPECT_EQ(lists->ObtainChannelSources("video_sources", nullptr), -3);
   ASSERT_EQ(lists->UpdateChannelSources("video_sources", {9, 1, 2}), 0);
   ASSERT_EQ(lists->UpdateUserSources("audio_sources", {}), 0);
   ASSERT_EQ(ChannelSources::Update(lists), 0);
-  EXPECT_EQ(ListedIds(9, false, "video_sources"), (std::vector<int>{9, 1, 2}));
-  EXPECT_EQ(ListedIds(9, false, "audio_sources"), (std::vector<int>{9}));
+  EXPECT_EQ(ListedIds(9, false, "video_sources"), (Ids{9, 1, 2}));
+  EXPECT_EQ(ListedIds(9, false, "audio_sources"), (Ids{9}));
 
   // A list that is not an array of ids is reported, not guessed at.
   Exec(
@@ -398,9 +271,8 @@ TEST_F(SourceModelTest, AllowedSourceLists) {
   EXPECT_EQ(lists->ObtainChannelSources("audio_sources", &ids), -2);
   EXPECT_TRUE(ids.empty());
 
-  ChannelSources taken(1);
-  EXPECT_EQ(ChannelSources::Add(&taken), -2);  // channel 1 has its lists
-  ChannelSources orphan(999);
+  ChannelSources taken(1), orphan(999);
+  EXPECT_EQ(ChannelSources::Add(&taken), -2);   // channel 1 has its lists
   EXPECT_EQ(ChannelSources::Add(&orphan), -2);  // no such channel
   EXPECT_EQ(ChannelSources::Update(&orphan), -5);
   EXPECT_EQ(ChannelSources::QueryByChannel(999, &lists), -5);
@@ -410,73 +282,47 @@ TEST_F(SourceModelTest, AllowedSourceLists) {
 TEST_F(SourceModelTest, ConcurrentWritersAndReaders) {
   constexpr int kThreads = 4;
   constexpr int kRounds = 25;
-  std::atomic<int> failures{0};
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
-    threads.emplace_back([t, &failures] {
+    threads.emplace_back([t] {
       for (int round = 0; round < kRounds; ++round) {
-        UserSource added("t" + std::to_string(t) + "-" + std::to_string(round), "video", "network",
-                         "rtsp://10.0.0.1/" + std::to_string(round));
-        UserSource* lobby = nullptr;
-        Channel* channel = nullptr;
-        if (UserSource::Add(&added) != 0) ++failures;
-        if (UserSource::QueryById(1, &lobby) != 0) {
-          ++failures;
-          continue;
-        }
+        UserSource added("t" + std::to_string(t * 100 + round), "video", "network", "rtsp://x/");
+        EXPECT_EQ(UserSource::Add(&added), 0);
+        auto lobby = ById<UserSource>(1);
+        if (!lobby) continue;
         lobby->UpdateParameter("preview_dest", "/snap/" + std::to_string(t));
-        if (UserSource::Update(lobby) != 0) ++failures;
-        if (Channel::QueryByName("RTSP1", &channel) != 0 || channel->video_user_source() == nullptr)
-          ++failures;
-        delete lobby;
-        delete channel;
+        EXPECT_EQ(UserSource::Update(lobby.get()), 0);
+        auto channel = ById<Channel>(7);
+        EXPECT_TRUE(channel && channel->video_user_source() != nullptr);
       }
     });
   }
   for (auto& thread : threads) thread.join();
-  EXPECT_EQ(failures.load(), 0);
-  std::vector<UserSource*> all;
-  ASSERT_EQ(UserSource::QueryAll(&all), 0);
-  EXPECT_EQ(all.size(), 4u + kThreads * kRounds);
-  MediaModel::CleanQuery(&all);
+  EXPECT_EQ(Count(&UserSource::QueryAll), 4 + kThreads * kRounds);
   EXPECT_EQ(ById<UserSource>(1)->ObtainStrParameter("preview_dest").rfind("/snap/", 0), 0u);
 }
 
 TEST_F(SourceModelTest, MissingOutputsAndDisconnectedModel) {
-  EXPECT_EQ(ChannelSource::QueryById(1, nullptr), -3);
-  EXPECT_EQ(UserSource::QueryVisible(nullptr), -3);
-  EXPECT_EQ(Channel::QueryById(1, nullptr), -3);
-  EXPECT_EQ(Channel::QueryVisible(nullptr), -3);
-  EXPECT_EQ(ChannelSources::QueryAll(nullptr), -3);
   ChannelSource* source = nullptr;
   Channel* channel = nullptr;
+  for (int result : {ChannelSource::QueryById(1, nullptr), UserSource::QueryVisible(nullptr),
+                     Channel::QueryById(1, nullptr), Channel::QueryVisible(nullptr),
+                     Channel::Add(nullptr), ChannelSources::QueryAll(nullptr)})
+    EXPECT_EQ(result, -3);
   EXPECT_EQ(ChannelSource::QueryById(-1, &source), -5);
   EXPECT_EQ(Channel::QueryById(0, &channel), -5);
 
-  auto kept = ChannelNamed("Video-Capture3");
+  auto kept = ById<Channel>(3);
   auto user = ById<UserSource>(2);
   MediaModel::Instance()->Release();
-  std::vector<ChannelSource*> sources;
-  std::vector<Channel*> channels;
-  std::vector<ChannelSources*> lists;
-  ChannelSources* one = nullptr;
-  const int results[] = {
-      ChannelSource::QueryById(1, &source),
-      ChannelSource::QueryVisible(&sources),
-      UserSource::Update(user.get()),
-      UserSource::Add(user.get()),
-      ChannelSource::Remove(1),
-      Channel::QueryByName("RTSP1", &channel),
-      Channel::QueryVisible(&channels),
-      Channel::Update(kept.get()),
-      Channel::Remove(3),
-      ChannelSources::QueryByChannel(1, &one),
-      ChannelSources::QueryAll(&lists),
-  };
-  for (size_t i = 0; i < std::size(results); ++i) EXPECT_EQ(results[i], -1) << i;
-  EXPECT_TRUE(sources.empty());
-  EXPECT_TRUE(channels.empty());
-  EXPECT_TRUE(lists.empty());
+  ChannelSources* lists = nullptr;
+  int i = 0;
+  for (int result : {Count(&ChannelSource::QueryVisible), UserSource::Add(user.get()),
+                     UserSource::Update(user.get()), ChannelSource::Remove(1),
+                     Channel::QueryByName("RTSP1", &channel), Count(&Channel::QueryVisible),
+                     Channel::Update(kept.get()), ChannelSources::QueryByChannel(1, &lists),
+                     Count(&ChannelSources::QueryAll)})
+    EXPECT_EQ(result, -1) << i++;
   // A channel read before keeps its sources; its streams cannot be read now.
   EXPECT_EQ(kept->video_source()->name(), "Capture3");
   EXPECT_TRUE(kept->streams(false).empty());
