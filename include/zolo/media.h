@@ -6,13 +6,13 @@
 // does not allow the call, -5 not found; engine replies map down to -15.
 #pragma once
 
-#include <zolo/export.h>
 #include <zolo/config.h>
-#include <zolo/utils.h>
-#include <zolo/yuvjpeg.h>
-#include <zolo/url.h>
+#include <zolo/export.h>
+#include <zolo/media/frame.h>
+#include <zolo/media/signal.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>
-#include <zolo/media/frame.h>
-#include <zolo/media/signal.h>
+#include <zolo/url.h>
+#include <zolo/utils.h>
+#include <zolo/yuvjpeg.h>

@@ -48,8 +48,7 @@ int MediaOption(int option, int fallback);
 }  // namespace zolo
 
 // (internal) see above.
-int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply,
-                         unsigned timeout);
+int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply, unsigned timeout);
 
 namespace zolo {
 // Sends "change_media_data" {"type", "data", "id"}; the engine's answer is returned but

@@ -31,7 +31,9 @@ int StorageTypeOf(const std::string& name) {
   return kUnknownStorageType;
 }
 
-unsigned long long Ull(uint64_t v) { return static_cast<unsigned long long>(v); }
+unsigned long long Ull(uint64_t v) {
+  return static_cast<unsigned long long>(v);
+}
 
 }  // namespace
 
@@ -41,9 +43,13 @@ int Storage::cycling_ = 0;
 uint64_t Storage::min_recording_time_ = 0;
 uint64_t Storage::max_recording_time_ = 28800;
 
-int Storage::Initialize() { return zs_storage_init(); }
+int Storage::Initialize() {
+  return zs_storage_init();
+}
 
-int Storage::Deinitialize() { return zs_storage_release(); }
+int Storage::Deinitialize() {
+  return zs_storage_release();
+}
 
 int Storage::ReleaseAll() {
   for (auto& entry : storages_) delete entry.second;
@@ -56,21 +62,27 @@ void Storage::SetCycling(int cycling) {
   cycling_ = cycling;
 }
 
-int Storage::GetCycling() { return cycling_; }
+int Storage::GetCycling() {
+  return cycling_;
+}
 
 void Storage::SetMinRecordingTime(unsigned long seconds) {
   ZLOG(3, "set min recording time %llu", static_cast<unsigned long long>(seconds));
   min_recording_time_ = seconds;
 }
 
-uint64_t Storage::GetMinRecordingTime() { return min_recording_time_; }
+uint64_t Storage::GetMinRecordingTime() {
+  return min_recording_time_;
+}
 
 void Storage::SetMaxRecordingTime(unsigned long seconds) {
   ZLOG(3, "set max recording duration time %llu", static_cast<unsigned long long>(seconds));
   max_recording_time_ = seconds;
 }
 
-uint64_t Storage::GetMaxRecordingTime() { return max_recording_time_; }
+uint64_t Storage::GetMaxRecordingTime() {
+  return max_recording_time_;
+}
 
 Storage* Storage::Get(std::string name, bool reset, bool sub, bool update) {
   ZLOG(3, "storage name: %s reset: %d, sub: %d, update: %d", name.c_str(), reset, sub, update);
@@ -113,7 +125,9 @@ Storage::Storage(const std::string& storage_name, bool is_sub, int storage_index
 
 Storage::~Storage() = default;
 
-int Storage::Update() { return GetStorageInfo(name); }
+int Storage::Update() {
+  return GetStorageInfo(name);
+}
 
 int Storage::Update(const std::string& storage_name, bool is_sub) {
   name = storage_name;
@@ -135,17 +149,29 @@ int Storage::GetStorageInfo(const std::string& storage_name) {
   return result;
 }
 
-bool Storage::Existed() const { return info.present; }
+bool Storage::Existed() const {
+  return info.present;
+}
 
-bool Storage::Formatted() const { return info.formatted; }
+bool Storage::Formatted() const {
+  return info.formatted;
+}
 
-std::string Storage::Directory() const { return info.mount_dir; }
+std::string Storage::Directory() const {
+  return info.mount_dir;
+}
 
-std::string Storage::Type() const { return info.fs_type; }
+std::string Storage::Type() const {
+  return info.fs_type;
+}
 
-bool Storage::IsFAT32() const { return g_strcmp0(Type().c_str(), "vfat") == 0; }
+bool Storage::IsFAT32() const {
+  return g_strcmp0(Type().c_str(), "vfat") == 0;
+}
 
-uint64_t Storage::TotalSize() const { return info.total_size; }
+uint64_t Storage::TotalSize() const {
+  return info.total_size;
+}
 
 uint64_t Storage::AvailableSize() const {
   uint64_t free_bytes = info.free_size;
@@ -153,9 +179,13 @@ uint64_t Storage::AvailableSize() const {
   return free_bytes;
 }
 
-bool Storage::InsufficientSize() const { return insufficient_size; }
+bool Storage::InsufficientSize() const {
+  return insufficient_size;
+}
 
-void Storage::InsufficientSize(bool insufficient) { insufficient_size = insufficient; }
+void Storage::InsufficientSize(bool insufficient) {
+  insufficient_size = insufficient;
+}
 
 // Seconds that `bytes` last at `bitrate` (kilobits of 1024 bits per second). The bitrate is
 // truncated to whole bytes before scaling, as the engine does. A bitrate below 8 consumes
@@ -243,6 +273,10 @@ int Storage::SetAvailRecordingTime() {
   return 0;
 }
 
-uint64_t Storage::GetAvailRecordingTime() const { return avail_recording_time; }
+uint64_t Storage::GetAvailRecordingTime() const {
+  return avail_recording_time;
+}
 
-uint64_t Storage::GetAvailableSize() const { return available_size; }
+uint64_t Storage::GetAvailableSize() const {
+  return available_size;
+}
