@@ -75,8 +75,9 @@ step "the configured recording files and network outputs"
 zmctl stream list --type file
 zmctl stream list --type network
 step "a recording: start, pause, resume, stop, with the engine's signals as they arrive"
-zmctl signals watch streaming_state stream_status streaming_duration recording_created \
-      --seconds 8 &
+# The binary itself, not the shell function, so that the pid below is the watcher's own.
+"$repo/build/tools/zmctl/zmctl" --sandbox "$root" signals watch streaming_state stream_status \
+    streaming_duration recording_created --seconds 8 &
 watcher=$!
 pids+=("$watcher")
 sleep 0.5
