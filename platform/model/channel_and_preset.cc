@@ -9,7 +9,7 @@
 
 namespace {
 
-using zolo::model::BindKey;
+using zolo::model::QueryRowsByKey;
 using zolo::model::TakeFirst;
 
 constexpr const char* kPresetColumns =
@@ -117,22 +117,14 @@ int Channel::LoadSources(const std::vector<Channel*>& channels) {
 
 int Channel::QueryList(const char* where, const std::string* text, int number,
                        std::vector<Channel*>* out) {
-  if (out == nullptr) return -3;
-  std::vector<Channel*> found;
-  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
-    SQLite::Statement& query = db.Prepared(std::string("SELECT ") + Columns() +
-                                           " FROM channel c WHERE " + where + " ORDER BY c.id");
-    BindKey(query, text, number);
-    while (query.executeStep()) found.push_back(FromRow(query, 0));
-    query.reset();
-    return LoadSources(found);
-  });
-  if (result != 0) {
-    MediaModel::CleanQuery(&found);
-    return result;
-  }
-  out->insert(out->end(), found.begin(), found.end());
-  return 0;
+  const size_t before = out != nullptr ? out->size() : 0;
+  int result = QueryRowsByKey(
+      out, std::string("SELECT ") + Columns() + " FROM channel c WHERE " + where + " ORDER BY c.id",
+      [](SQLite::Statement& row) { return FromRow(row, 0); }, text, number);
+  // The sources of all found channels in two queries; should that fail, each channel reads
+  // its own on first use.
+  if (result == 0) LoadSources(std::vector<Channel*>(out->begin() + before, out->end()));
+  return result;
 }
 
 int Channel::QueryById(int id, Channel** out) {
@@ -230,19 +222,9 @@ CodecParameterPreset* CodecParameterPreset::FromRow(SQLite::Statement& row, int 
 
 int CodecParameterPreset::QueryList(const char* where, const std::string* text, int number,
                                     std::vector<CodecParameterPreset*>* out) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<CodecParameterPreset>> found;
-  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
-    SQLite::Statement& query =
-        db.Prepared(std::string(kPresetColumns) + "WHERE " + where + " ORDER BY p.id");
-    BindKey(query, text, number);
-    while (query.executeStep()) found.emplace_back(FromRow(query, 0));
-    query.reset();
-    return 0;
-  });
-  if (result != 0) return result;
-  for (auto& preset : found) out->push_back(preset.release());
-  return 0;
+  return QueryRowsByKey(
+      out, std::string(kPresetColumns) + "WHERE " + where + " ORDER BY p.id",
+      [](SQLite::Statement& row) { return FromRow(row, 0); }, text, number);
 }
 
 int CodecParameterPreset::QueryById(int id, CodecParameterPreset** out) {

@@ -40,28 +40,19 @@ int WriteIds(std::string* text, const std::string& key, const std::vector<int>& 
 
 int ChannelSources::QueryList(const char* where, int channel_id,
                               std::vector<ChannelSources*>* out) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<ChannelSources>> found;
-  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
-    SQLite::Statement& query =
-        db.Prepared(std::string("SELECT id, channel_id, sources, user_sources FROM "
-                                "channel_sources WHERE ") +
-                    where + " ORDER BY channel_id");
-    zolo::model::BindKey(query, nullptr, channel_id);
-    while (query.executeStep()) {
-      found.emplace_back(new ChannelSources());
-      ChannelSources& row = *found.back();
-      row.id_ = query.getColumn(0).getInt();
-      row.channel_id_ = query.getColumn(1).getInt();
-      row.sources_ = query.getColumn(2).getString();
-      row.user_sources_ = query.getColumn(3).getString();
-    }
-    query.reset();
-    return 0;
-  });
-  if (result != 0) return result;
-  for (auto& row : found) out->push_back(row.release());
-  return 0;
+  auto read = [](SQLite::Statement& row) {
+    auto* sources = new ChannelSources();
+    sources->id_ = row.getColumn(0).getInt();
+    sources->channel_id_ = row.getColumn(1).getInt();
+    sources->sources_ = row.getColumn(2).getString();
+    sources->user_sources_ = row.getColumn(3).getString();
+    return sources;
+  };
+  return zolo::model::QueryRows(out,
+                                std::string("SELECT id, channel_id, sources, user_sources FROM "
+                                            "channel_sources WHERE ") +
+                                    where + " ORDER BY channel_id",
+                                read, channel_id);
 }
 
 int ChannelSources::QueryByChannel(int channel_id, ChannelSources** out) {

@@ -8,7 +8,7 @@
 
 namespace {
 
-using zolo::model::BindKey;
+using zolo::model::QueryRowsByKey;
 using zolo::model::TakeFirst;
 
 constexpr const char* kCodecTypes[] = {"video", "audio"};
@@ -42,27 +42,18 @@ std::string Codec::TypeToString(int type) {
 
 int Codec::QueryList(const char* where, const std::string* text, int number,
                      std::vector<Codec*>* out) {
-  if (out == nullptr) return -3;
-  std::vector<std::unique_ptr<Codec>> found;
-  int result = zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
-    SQLite::Statement& query =
-        db.Prepared(std::string("SELECT id, name, type, parameters FROM codec WHERE ") + where +
-                    " ORDER BY id");
-    BindKey(query, text, number);
-    while (query.executeStep()) {
-      found.emplace_back(new Codec());
-      Codec& codec = *found.back();
-      codec.id_ = query.getColumn(0).getInt();
-      codec.name_ = query.getColumn(1).getString();
-      codec.type_ = TypeToString(query.getColumn(2).getInt());
-      codec.parameters_ = ParseParameters(query.getColumn(3).getString());
-    }
-    query.reset();
-    return 0;
-  });
-  if (result != 0) return result;
-  for (auto& codec : found) out->push_back(codec.release());
-  return 0;
+  auto read = [](SQLite::Statement& row) {
+    auto* codec = new Codec();
+    codec->id_ = row.getColumn(0).getInt();
+    codec->name_ = row.getColumn(1).getString();
+    codec->type_ = TypeToString(row.getColumn(2).getInt());
+    codec->parameters_ = ParseParameters(row.getColumn(3).getString());
+    return codec;
+  };
+  return QueryRowsByKey(
+      out,
+      std::string("SELECT id, name, type, parameters FROM codec WHERE ") + where + " ORDER BY id",
+      read, text, number);
 }
 
 int Codec::QueryAll(std::vector<Codec*>* out) {

@@ -7,20 +7,12 @@
 #include "zolo_model/media_model.h"
 
 int MediaSetting::Query(const std::string& name, MediaSetting** out) {
-  if (out == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& query = db->Prepared("SELECT id, value FROM setting WHERE name = ?");
-    query.bind(1, name);
-    if (!query.executeStep()) return -5;
-    *out = new MediaSetting(query.getColumn(0).getInt(), name, query.getColumn(1).getString());
-    query.reset();
-    return 0;
-  } catch (const std::exception&) {
-    return -1;
-  }
+  return zolo::model::QueryRow(
+      out, "SELECT id, value FROM setting WHERE name = ?",
+      [&name](SQLite::Statement& row) {
+        return new MediaSetting(row.getColumn(0).getInt(), name, row.getColumn(1).getString());
+      },
+      name);
 }
 
 int MediaSetting::QueryValue(const std::string& name, std::string* value) {

@@ -8,12 +8,12 @@
 
 namespace zolo::model {
 
-// Binds `text` to ?1 or, when there is none and the statement takes a parameter, `number`.
-inline void BindKey(SQLite::Statement& query, const std::string* text, int number) {
-  if (text != nullptr)
-    query.bind(1, *text);
-  else if (query.getBindParameterCount() > 0)
-    query.bind(1, number);
+// QueryRows with `*text` bound to ?1, or `number` when `text` is null (nothing is bound
+// when the query takes no parameter).
+template <class T, class Read>
+int QueryRowsByKey(std::vector<T*>* out, const std::string& sql, Read read, const std::string* text,
+                   int number) {
+  return text != nullptr ? QueryRows(out, sql, read, *text) : QueryRows(out, sql, read, number);
 }
 
 // Moves the first of `found` to `*out` and deletes the rest: `result` when it is not 0,

@@ -344,15 +344,9 @@ int Recording::GenerateSnapshot(uint64_t time, std::string* folder) {
 
 int Recording::RemoveSnapshot(uint64_t time) {
   int snapshot_id = 0;
-  int result = WithDatabase(RecordingDatabase(), [&](Database& db) {
-    SQLite::Statement& query =
-        db.Prepared("SELECT id FROM snapshot WHERE recording_id = ?1 AND time = ?2");
-    query.bind(1, id_);
-    query.bind(2, S64(time));
-    snapshot_id = query.executeStep() ? query.getColumn(0).getInt() : 0;
-    query.reset();
-    return snapshot_id == 0 ? -5 : 0;
-  });
+  int result =
+      QueryIntOf(RecordingDatabase(), &snapshot_id,
+                 "SELECT id FROM snapshot WHERE recording_id = ?1 AND time = ?2", id_, S64(time));
   return result < 0 ? result : Snapshot::Remove(snapshot_id);
 }
 

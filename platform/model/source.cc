@@ -170,19 +170,15 @@ void MediaSource::ReadRow(SQLite::Statement& row) {
 
 int MediaSource::QueryWhere(const char* table, const char* where, const std::string* text,
                             int number, MediaSource* (*make)(), std::vector<MediaSource*>* out) {
-  return zolo::model::WithMediaDatabase([&](zolo::model::Database& db) {
-    std::vector<std::unique_ptr<MediaSource>> found;
-    SQLite::Statement& query = db.Prepared(std::string("SELECT ") + kColumns + " FROM " + table +
-                                           " WHERE " + where + " ORDER BY id");
-    zolo::model::BindKey(query, text, number);
-    while (query.executeStep()) {
-      found.emplace_back(make());
-      found.back()->ReadRow(query);
-    }
-    query.reset();
-    for (auto& source : found) out->push_back(source.release());
-    return 0;
-  });
+  auto read = [make](SQLite::Statement& row) {
+    MediaSource* source = make();
+    source->ReadRow(row);
+    return source;
+  };
+  return zolo::model::QueryRowsByKey(
+      out,
+      std::string("SELECT ") + kColumns + " FROM " + table + " WHERE " + where + " ORDER BY id",
+      read, text, number);
 }
 
 namespace {

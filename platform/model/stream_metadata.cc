@@ -28,32 +28,17 @@ StreamMetadata::StreamMetadata(const Stream* stream, const StreamMetadataKey* ke
       key_(key ? *key : StreamMetadataKey(std::string())),
       value_(std::move(value)) {}
 
-int StreamMetadata::QueryWhere(const char* sql, int id, bool bind,
-                               std::vector<StreamMetadata*>* out) {
-  if (out == nullptr) return -3;
-  zolo::model::Database* db = MediaModel::Instance()->database();
-  if (db == nullptr) return -1;
-  std::vector<StreamMetadata*> found;
-  try {
-    auto lock = db->Lock();
-    SQLite::Statement& query = db->Prepared(sql);
-    if (bind) query.bind(1, id);
-    while (query.executeStep()) {
-      auto* row = new StreamMetadata();
-      found.push_back(row);
-      row->id_ = query.getColumn(0).getInt();
-      row->stream_id_ = query.getColumn(1).getInt();
-      row->key_.id_ = query.getColumn(2).getInt();
-      row->key_.key_ = query.getColumn(3).getString();
-      row->value_ = query.getColumn(4).getString();
-    }
-    query.reset();
-  } catch (const std::exception&) {
-    MediaModel::CleanQuery(&found);
-    return -1;
-  }
-  out->insert(out->end(), found.begin(), found.end());
-  return 0;
+int StreamMetadata::QueryWhere(const char* sql, int id, std::vector<StreamMetadata*>* out) {
+  auto read = [](SQLite::Statement& row) {
+    auto* metadata = new StreamMetadata();
+    metadata->id_ = row.getColumn(0).getInt();
+    metadata->stream_id_ = row.getColumn(1).getInt();
+    metadata->key_.id_ = row.getColumn(2).getInt();
+    metadata->key_.key_ = row.getColumn(3).getString();
+    metadata->value_ = row.getColumn(4).getString();
+    return metadata;
+  };
+  return zolo::model::QueryRows(out, sql, read, id);  // `id` is unused by a query without ?
 }
 
 #define METADATA_COLUMNS                                                                \
@@ -61,17 +46,17 @@ int StreamMetadata::QueryWhere(const char* sql, int id, bool bind,
   "JOIN stream_metadata_key k ON k.id = m.key_id "
 
 int StreamMetadata::QueryAll(std::vector<StreamMetadata*>* out) {
-  return QueryWhere(METADATA_COLUMNS "ORDER BY m.id", 0, false, out);
+  return QueryWhere(METADATA_COLUMNS "ORDER BY m.id", 0, out);
 }
 
 int StreamMetadata::QueryByStream(int stream_id, std::vector<StreamMetadata*>* out) {
-  return QueryWhere(METADATA_COLUMNS "WHERE m.stream_id = ? ORDER BY m.id", stream_id, true, out);
+  return QueryWhere(METADATA_COLUMNS "WHERE m.stream_id = ? ORDER BY m.id", stream_id, out);
 }
 
 int StreamMetadata::QueryById(int id, StreamMetadata** out) {
   if (out == nullptr) return -3;
   std::vector<StreamMetadata*> found;
-  int result = QueryWhere(METADATA_COLUMNS "WHERE m.id = ?", id, true, &found);
+  int result = QueryWhere(METADATA_COLUMNS "WHERE m.id = ?", id, &found);
   if (result != 0) return result;
   if (found.empty()) return -5;
   *out = found.front();

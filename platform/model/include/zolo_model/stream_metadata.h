@@ -52,7 +52,7 @@ class StreamMetadata {
 
  private:
   StreamMetadata() : key_(std::string()) {}
-  static int QueryWhere(const char* sql, int id, bool bind, std::vector<StreamMetadata*>* out);
+  static int QueryWhere(const char* sql, int id, std::vector<StreamMetadata*>* out);
   int id_ = 0;
   int stream_id_ = 0;  // 0: a default row
   StreamMetadataKey key_;
