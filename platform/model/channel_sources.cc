@@ -4,16 +4,14 @@
 
 #include <memory>
 
-#include "json_members.h"
+#include "json_text.h"
 #include "query_support.h"
 
 namespace {
 
-using JsonPtr = std::unique_ptr<cJSON, void (*)(cJSON*)>;
-
 int ReadIds(const std::string& text, const std::string& key, std::vector<int>* ids) {
   if (ids == nullptr) return -3;
-  JsonPtr json(cJSON_Parse(text.c_str()), cJSON_Delete);
+  zolo::model::Json json = zolo::model::ParseJson(text);
   const cJSON* list = cJSON_GetObjectItemCaseSensitive(json.get(), key.c_str());
   if (list == nullptr) return 0;
   if (!cJSON_IsArray(list)) return -2;

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "json_text.h"
 #include "query_support.h"
 
 namespace {
@@ -16,7 +17,7 @@ constexpr const char* kCodecTypes[] = {"video", "audio"};
 // The objects of the JSON array `text` as name/value entries.
 std::vector<CodecParameter> ParseParameters(const std::string& text) {
   std::vector<CodecParameter> entries;
-  std::unique_ptr<cJSON, void (*)(cJSON*)> list(cJSON_Parse(text.c_str()), cJSON_Delete);
+  zolo::model::Json list = zolo::model::ParseJson(text);
   const cJSON* array = cJSON_IsArray(list.get()) ? list.get() : nullptr;
   const cJSON* item = nullptr;
   cJSON_ArrayForEach(item, array) {

@@ -10,6 +10,7 @@
 #include <memory>
 #include <unordered_map>
 
+#include "json_text.h"
 #include "recording_support.h"
 #include "zolo_model/recording_db.h"
 #include "zolo_model/snapshot.h"
@@ -96,18 +97,16 @@ class RecordingRows {
   static void ReadVideos(Recording* const* first, Recording* const* last) {
     if (first == last) return;
     std::unordered_map<int, Recording*> by_id;
-    std::string ids = "[";
+    std::vector<int> ids;
     for (Recording* const* row = first; row != last; ++row) {
       by_id.emplace((*row)->id_, *row);
-      if (ids.size() > 1) ids += ',';
-      ids += std::to_string((*row)->id_);
+      ids.push_back((*row)->id_);
     }
-    ids += ']';
     std::vector<Video*> videos;
     if (QueryRowsOf(RecordingDatabase(), &videos,
                     VIDEO_COLUMNS "WHERE recording_id IN (SELECT value FROM json_each(?1)) "
                                   "ORDER BY recording_id, id",
-                    &ReadVideo, ids) != 0)
+                    &ReadVideo, IdList(ids)) != 0)
       return;
     for (auto& [id, recording] : by_id) recording->videos_loaded_ = true;
     for (Video* video : videos) by_id[video->recording_id_]->videos_.push_back(video);
@@ -122,7 +121,7 @@ class RecordingRows {
     cJSON_AddNumberToObject(root, "duration", static_cast<double>(recording.duration_));
     cJSON_AddStringToObject(root, "status", recording.status_.c_str());
     cJSON_AddStringToObject(root, "event_id", recording.event_id_.c_str());
-    cJSON* metadata = cJSON_Parse(recording.metadata_.c_str());
+    cJSON* metadata = ParseJson(recording.metadata_).release();
     if (metadata == nullptr) metadata = cJSON_CreateString(recording.metadata_.c_str());
     cJSON_AddItemToObject(root, "metadata", metadata);
     cJSON* videos = cJSON_AddArrayToObject(root, "videos");

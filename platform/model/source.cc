@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "json_members.h"
+#include "json_text.h"
 #include "query_support.h"
 
 namespace {
@@ -216,8 +216,7 @@ void DropFromLists(zolo::model::Database& db, const std::string& column, int id)
   SQLite::Statement& query =
       db.Prepared("SELECT id, " + column + " FROM channel_sources ORDER BY id");
   while (query.executeStep()) {
-    std::unique_ptr<cJSON, void (*)(cJSON*)> lists(cJSON_Parse(query.getColumn(1).getText()),
-                                                   cJSON_Delete);
+    zolo::model::Json lists = zolo::model::ParseJson(query.getColumn(1).getString());
     bool dropped = false;
     cJSON* list = nullptr;
     cJSON_ArrayForEach(list, lists.get()) {
@@ -230,9 +229,8 @@ void DropFromLists(zolo::model::Database& db, const std::string& column, int id)
       }
     }
     if (!dropped) continue;
-    char* printed = cJSON_PrintUnformatted(lists.get());
-    changed.emplace_back(query.getColumn(0).getInt(), printed ? printed : "{}");
-    cJSON_free(printed);
+    std::string printed = zolo::model::PrintJson(lists.get());
+    changed.emplace_back(query.getColumn(0).getInt(), printed.empty() ? "{}" : printed);
   }
   query.reset();
   SQLite::Statement& update =
@@ -333,9 +331,7 @@ int SourceRecord<Kind>::QueryAll(std::vector<Kind*>* out) {
 
 template <class Kind>
 int SourceRecord<Kind>::QueryByIds(const std::vector<int>& ids, std::vector<Kind*>* out) {
-  std::string list = "[";
-  for (int id : ids) list += (list.size() > 1 ? "," : "") + std::to_string(id);
-  list += "]";
+  std::string list = zolo::model::IdList(ids);
   return QueryMany("id IN (SELECT value FROM json_each(?))", &list, 0, out);
 }
 

@@ -3,7 +3,7 @@
 #include <map>
 #include <stdexcept>
 
-#include "json_members.h"
+#include "json_text.h"
 
 #include "zolo_model/media_model.h"
 #include "zolo_model/stream_metadata.h"
@@ -34,10 +34,6 @@ constexpr const char* kJoins =
 using zolo::model::IntMember;
 using zolo::model::ParsedObject;
 using zolo::model::SetMember;
-
-cJSON* Parsed(const std::string& text, cJSON** cache) {
-  return ParsedObject(text, cache);
-}
 
 int ObtainText(const cJSON* json, const std::string& key, std::string* value) {
   const char* text = zolo::model::TextMember(json, key);
@@ -196,15 +192,15 @@ int Stream::QueryMetadata(std::vector<StreamMetadata*>* out) const {
 }
 
 bool Stream::IsParameterExisted(const std::string& key) const {
-  return zolo::model::HasMember(Parsed(parameters_, &parameters_json_), key);
+  return zolo::model::HasMember(ParsedObject(parameters_, &parameters_json_), key);
 }
 
 int Stream::ObtainParameter(const std::string& key, int fallback) const {
-  return IntMember(Parsed(parameters_, &parameters_json_), key, fallback);
+  return IntMember(ParsedObject(parameters_, &parameters_json_), key, fallback);
 }
 
 int Stream::ObtainStrParameter(const std::string& key, std::string* value) const {
-  return ObtainText(Parsed(parameters_, &parameters_json_), key, value);
+  return ObtainText(ParsedObject(parameters_, &parameters_json_), key, value);
 }
 
 int Stream::UpdateParameter(const std::string& key, int value) {
@@ -216,15 +212,15 @@ int Stream::UpdateParameter(const std::string& key, const std::string& value) {
 }
 
 bool Stream::IsAuthenticationExisted(const std::string& key) const {
-  return zolo::model::HasMember(Parsed(authentication_, &authentication_json_), key);
+  return zolo::model::HasMember(ParsedObject(authentication_, &authentication_json_), key);
 }
 
 int Stream::ObtainAuthentication(const std::string& key, int fallback) const {
-  return IntMember(Parsed(authentication_, &authentication_json_), key, fallback);
+  return IntMember(ParsedObject(authentication_, &authentication_json_), key, fallback);
 }
 
 int Stream::ObtainStrAuthentication(const std::string& key, std::string* value) const {
-  return ObtainText(Parsed(authentication_, &authentication_json_), key, value);
+  return ObtainText(ParsedObject(authentication_, &authentication_json_), key, value);
 }
 
 int Stream::UpdateAuthentication(const std::string& key, int value) {
