@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <zolo_bus_names.h>
 #include <zolo_model/media_model.h>
-#include <zolo_model/stream.h>
 
 #include <atomic>
 #include <chrono>
@@ -14,24 +13,13 @@
 #include <list>
 #include <thread>
 
-#include "recording_writer.h"
-#include "zolo_media_sim.h"
+#include "sim_methods.h"
 
 namespace zolo::sim {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-std::string Reply(int code, cJSON* extra = nullptr) {
-  cJSON* json = extra ? extra : cJSON_CreateObject();
-  cJSON_AddNumberToObject(json, "code", code);
-  char* text = cJSON_PrintUnformatted(json);
-  std::string result = text ? text : "{}";
-  cJSON_free(text);
-  cJSON_Delete(json);
-  return result;
-}
 
 struct Delayed {
   Clock::time_point due;
@@ -55,27 +43,15 @@ struct MediaSimulator::Impl {
   std::vector<Request> requests;
   std::list<Delayed> delayed;
   std::string database_path;
-  long recording_started = 0;
   int last_recording = 0;
-  // The recording in progress: its file streams, the names asked for them, the seconds
-  // recorded so far (pauses excluded) and when the next second is due.
-  std::vector<RecordedFile> recording_files;
-  int recorded_seconds = 0;
-  Clock::time_point next_second;
+  std::vector<Ticker> tickers;
 
   static int OnMessage(sd_bus_message* message, void* user, sd_bus_error* error);
   void Answer(sd_bus_message* call, const std::string& reply);
-  void Loop();
-  // While recording: "streaming_duration" of every file stream once a second. Returns the
-  // milliseconds until the next one is due, or -1 when not recording.
-  int Tick();
-  // "stream_status" of every file stream of the recording.
-  void EmitStreamStatus(const char* status) {
-    for (const RecordedFile& file : recording_files)
-      EmitLocked("stream_status",
-                 "{\"Name\":\"" + file.stream + "\",\"Status\":\"" + status + "\"}");
-  }
-  // Emits a signal while the mutex is held (from a handler).
+  void Loop(MediaSimulator& sim);
+  // Runs every ticker; the milliseconds until the earliest wants to run again, or -1.
+  int Tick(MediaSimulator& sim);
+  // Emits a signal while the mutex is held (from a handler or ticker).
   void EmitLocked(const std::string& name, const std::string& payload) {
     sd_bus_emit_signal(bus, "/zolo/media", "zolo.Media.Signal", name.c_str(), "s", payload.c_str());
   }
@@ -86,8 +62,12 @@ struct MediaSimulator::Impl {
   }
 };
 
+// A reply D-Bus refuses (text that is not UTF-8, say) becomes an error reply, so that the
+// caller hears at once instead of waiting out its timeout.
 void MediaSimulator::Impl::Answer(sd_bus_message* call, const std::string& reply) {
-  sd_bus_reply_method_return(call, "s", reply.c_str());
+  if (sd_bus_reply_method_return(call, "s", reply.c_str()) < 0)
+    sd_bus_reply_method_errorf(call, SD_BUS_ERROR_FAILED, "reply of %s could not be sent",
+                               sd_bus_message_get_member(call));
 }
 
 // Every method call on the object comes here (called with `mutex` held by the loop).
@@ -138,7 +118,7 @@ int MediaSimulator::Impl::OnMessage(sd_bus_message* message, void* user, sd_bus_
   return 1;
 }
 
-void MediaSimulator::Impl::Loop() {
+void MediaSimulator::Impl::Loop(MediaSimulator& sim) {
   while (!stopping.load()) {
     int fd;
     short events;
@@ -163,7 +143,7 @@ void MediaSimulator::Impl::Loop() {
           ++it;
         }
       }
-      int tick_ms = Tick();
+      int tick_ms = Tick(sim);
       if (tick_ms >= 0) wait_ms = wait_ms < 0 ? tick_ms : std::min(wait_ms, tick_ms);
       fd = sd_bus_get_fd(bus);
       int wanted = sd_bus_get_events(bus);
@@ -188,184 +168,37 @@ void MediaSimulator::Impl::Loop() {
   }
 }
 
-int MediaSimulator::Impl::Tick() {
-  if (state != kRecording) return -1;
-  auto now = Clock::now();
-  if (now >= next_second) {
-    ++recorded_seconds;
-    for (const RecordedFile& file : recording_files)
-      EmitLocked("streaming_duration", "{\"Name\":\"" + file.stream + "\",\"Duration\":" +
-                                           std::to_string(recorded_seconds) + ",\"Type\":1}");
-    next_second += std::chrono::seconds(1);
-    if (next_second <= now) next_second = now + std::chrono::seconds(1);
+int MediaSimulator::Impl::Tick(MediaSimulator& sim) {
+  int wait_ms = -1;
+  for (Ticker& ticker : tickers) {
+    int ms = ticker(sim);
+    if (ms >= 0) wait_ms = wait_ms < 0 ? ms : std::min(wait_ms, ms);
   }
-  return static_cast<int>(
-             std::chrono::duration_cast<std::chrono::milliseconds>(next_second - now).count()) +
-         1;
+  return wait_ms;
 }
 
-namespace {
-
-// The streams a start or stop touches: enabled, not suspended file and network streams, or
-// the network streams named `name` when one is given.
-cJSON* StreamItems(const std::string& database, const char* name, long start, long stop) {
-  if (!MediaModel::Instance()->IsConnected() && !database.empty())
-    MediaModel::Instance()->Connect(database);
-  cJSON* items = cJSON_CreateArray();
-  std::vector<Stream*> streams;
-  if (name != nullptr)
-    Stream::QueryByTypeName("network", name, true, &streams);
-  else
-    Stream::QueryByTypeName(nullptr, nullptr, true, &streams);
-  for (Stream* stream : streams) {
-    if (name == nullptr && (!stream->enable() || stream->suspend() ||
-                            (stream->type() != "file" && stream->type() != "network")))
-      continue;
-    cJSON* item = cJSON_CreateObject();
-    cJSON_AddStringToObject(item, "Name", stream->name().c_str());
-    cJSON_AddStringToObject(item, "Channel",
-                            stream->channel() ? stream->channel()->name().c_str() : "");
-    cJSON_AddStringToObject(item, "Destination", stream->destination().c_str());
-    cJSON_AddStringToObject(item, "Type", stream->type().c_str());
-    cJSON_AddNumberToObject(item, "StartTime", static_cast<double>(start));
-    if (stop > 0) cJSON_AddNumberToObject(item, "StopTime", static_cast<double>(stop));
-    cJSON_AddNumberToObject(item, "Duration", static_cast<double>(stop > 0 ? stop - start : 0));
-    cJSON_AddNumberToObject(item, "Error", 0);
-    cJSON_AddItemToArray(items, item);
-  }
-  MediaModel::CleanQuery(&streams);
-  return items;
-}
-
-std::string StreamsReply(cJSON* items, int recording = 0) {
-  cJSON* reply = cJSON_CreateObject();
-  cJSON_AddItemToObject(reply, "Streams", items);
-  if (recording > 0) cJSON_AddNumberToObject(reply, "Recording", recording);
-  return Reply(0, reply);
-}
-
-// The file streams of a "Streams" array, with the file names a start request asked for.
-std::vector<RecordedFile> FilesOf(const cJSON* items, const std::string& payload) {
-  cJSON* request = cJSON_Parse(payload.c_str());
-  std::map<std::string, std::string> asked;
-  const cJSON* entry = nullptr;
-  cJSON_ArrayForEach(entry, cJSON_GetObjectItem(request, "filenames")) {
-    const cJSON* stream = cJSON_GetObjectItem(entry, "stream");
-    const cJSON* file = cJSON_GetObjectItem(entry, "filename");
-    if (cJSON_IsString(stream) && cJSON_IsString(file))
-      asked[stream->valuestring] = file->valuestring;
-  }
-  cJSON_Delete(request);
-  std::vector<RecordedFile> files;
-  const cJSON* item = nullptr;
-  cJSON_ArrayForEach(item, items) {
-    const cJSON* type = cJSON_GetObjectItem(item, "Type");
-    const cJSON* name = cJSON_GetObjectItem(item, "Name");
-    if (cJSON_IsString(type) && cJSON_IsString(name) && std::strcmp(type->valuestring, "file") == 0)
-      files.push_back(RecordedFile{name->valuestring, asked[name->valuestring]});
-  }
-  return files;
-}
-
-std::string NameOf(const std::string& payload) {
-  cJSON* json = cJSON_Parse(payload.c_str());
-  const cJSON* name = cJSON_GetObjectItem(json, "name");
-  std::string result = cJSON_IsString(name) ? name->valuestring : "";
+std::string Reply(int code, cJSON* extra) {
+  cJSON* json = extra ? extra : cJSON_CreateObject();
+  cJSON_AddNumberToObject(json, "code", code);
+  char* text = cJSON_PrintUnformatted(json);
+  std::string result = text ? text : "{}";
+  cJSON_free(text);
   cJSON_Delete(json);
   return result;
 }
 
-}  // namespace
+JsonPtr ParsePayload(const std::string& payload) {
+  return JsonPtr(cJSON_Parse(payload.c_str()), cJSON_Delete);
+}
+
+std::string StringOf(const cJSON* object, const char* name) {
+  const cJSON* item = cJSON_GetObjectItem(object, name);
+  return cJSON_IsString(item) ? item->valuestring : "";
+}
 
 MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
-  auto ok = [](const std::string&, MediaSimulator&) { return Reply(0); };
-  Handle("get_state", [](const std::string&, MediaSimulator& sim) {
-    cJSON* reply = cJSON_CreateObject();
-    int state = sim.impl_->state;
-    cJSON_AddNumberToObject(reply, "id", state);
-    cJSON_AddStringToObject(reply, "name", StateName(state));
-    return Reply(0, reply);
-  });
-  for (const char* method : {"start", "restart", "change_media_data", "check_storage_status",
-                             "set_framerate_mode", "set_backup_mode", "set_interactive_mode"})
-    Handle(method, ok);
-  Handle("stop", [](const std::string&, MediaSimulator& sim) {
-    sim.impl_->state = kIdle;
-    return Reply(0);
-  });
-  // Recording: 1 idle -> 3 recording <-> 4 paused -> 1 idle, with the engine's signals.
-  Handle("start_streams", [](const std::string& payload, MediaSimulator& sim) {
-    Impl& impl = *sim.impl_;
-    if (impl.state != kIdle && impl.state != kPaused) return Reply(-1004);
-    bool fresh = impl.state == kIdle;
-    if (fresh) impl.recording_started = static_cast<long>(time(nullptr));
-    cJSON* items = StreamItems(impl.database_path, nullptr, impl.recording_started, 0);
-    if (fresh) {
-      impl.recording_files = FilesOf(items, payload);
-      impl.recorded_seconds = 0;
-    }
-    impl.state = kRecording;
-    impl.next_second = Clock::now() + std::chrono::seconds(1);
-    impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
-    impl.EmitStreamStatus("streaming");
-    return StreamsReply(items);
-  });
-  Handle("pause_streams", [](const std::string&, MediaSimulator& sim) {
-    Impl& impl = *sim.impl_;
-    if (impl.state != kRecording) return Reply(-1004);
-    impl.state = kPaused;
-    impl.EmitLocked("streaming_state", R"({"State":"paused","Flags":""})");
-    impl.EmitStreamStatus("paused");
-    return Reply(0);
-  });
-  Handle("resume_streams", [](const std::string&, MediaSimulator& sim) {
-    Impl& impl = *sim.impl_;
-    if (impl.state != kPaused) return Reply(-1004);
-    impl.state = kRecording;
-    impl.next_second = Clock::now() + std::chrono::seconds(1);
-    impl.EmitLocked("streaming_state", R"({"State":"recording","Flags":""})");
-    impl.EmitStreamStatus("streaming");
-    return Reply(0);
-  });
-  Handle("stop_streams", [](const std::string&, MediaSimulator& sim) {
-    Impl& impl = *sim.impl_;
-    if (impl.state != kRecording && impl.state != kPaused) return Reply(-1004);
-    impl.state = kIdle;
-    long now = static_cast<long>(time(nullptr));
-    // The recorded length counts the whole seconds spent recording, pauses excluded.
-    uint64_t duration_ms = static_cast<uint64_t>(impl.recorded_seconds) * 1000;
-    std::string name;
-    int id = impl.recording_files.empty()
-                 ? 0
-                 : WriteRecording(impl.recording_files, impl.recording_started, duration_ms, &name);
-    if (id > 0) impl.last_recording = id;
-    std::string reply =
-        StreamsReply(StreamItems(impl.database_path, nullptr, impl.recording_started, now), id);
-    impl.EmitLocked("streaming_state", R"({"State":"idle","Flags":""})");
-    impl.EmitStreamStatus("stopped");
-    impl.recording_files.clear();
-    if (id > 0)
-      impl.EmitLocked("recording_created",
-                      "{\"Id\":" + std::to_string(id) + ",\"Name\":\"" + name + "\"}");
-    return reply;
-  });
-  Handle("get_stream_status", [](const std::string&, MediaSimulator& sim) {
-    Impl& impl = *sim.impl_;
-    long now = static_cast<long>(time(nullptr));
-    bool active = impl.state == kRecording || impl.state == kPaused;
-    return StreamsReply(active
-                            ? StreamItems(impl.database_path, nullptr, impl.recording_started, now)
-                            : cJSON_CreateArray());
-  });
-  for (const char* method : {"start_network_streams", "stop_network_streams"}) {
-    bool stop = std::strcmp(method, "stop_network_streams") == 0;
-    Handle(method, [stop](const std::string& payload, MediaSimulator& sim) {
-      std::string name = NameOf(payload);
-      if (name.empty()) return Reply(-1003);
-      long now = static_cast<long>(time(nullptr));
-      return StreamsReply(StreamItems(sim.impl_->database_path, name.c_str(), now, stop ? now : 0));
-    });
-  }
+  RegisterFrameMethods(*this);
+  RegisterStreamMethods(*this);
   // Lets a shell or another process drive the simulator: {"name": signal, "payload": text}.
   Handle("sim_emit", [](const std::string& payload, MediaSimulator& sim) {
     cJSON* json = cJSON_Parse(payload.c_str());
@@ -414,7 +247,7 @@ int MediaSimulator::Start() {
     return r;
   }
   impl.stopping = false;
-  impl.thread = std::thread([&impl] { impl.Loop(); });
+  impl.thread = std::thread([this] { impl_->Loop(*this); });
   return 0;
 }
 
@@ -526,6 +359,32 @@ void MediaSimulator::set_database(const std::string& path) {
 int MediaSimulator::last_recording_id() const {
   std::lock_guard<std::mutex> lock(impl_->mutex);
   return impl_->last_recording;
+}
+
+int MediaSimulator::engine_state() const {
+  return impl_->state;
+}
+
+void MediaSimulator::set_engine_state(int state) {
+  impl_->state = state;
+}
+
+void MediaSimulator::Signal(const std::string& name, const std::string& payload) {
+  impl_->EmitLocked(name, payload);
+}
+
+void MediaSimulator::ConnectModel() {
+  if (!MediaModel::Instance()->IsConnected() && !impl_->database_path.empty())
+    MediaModel::Instance()->Connect(impl_->database_path);
+}
+
+void MediaSimulator::set_last_recording_id(int id) {
+  impl_->last_recording = id;
+}
+
+void MediaSimulator::AddTicker(Ticker ticker) {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  impl_->tickers.push_back(std::move(ticker));
 }
 
 }  // namespace zolo::sim

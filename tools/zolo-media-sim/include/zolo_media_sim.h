@@ -73,6 +73,20 @@ class MediaSimulator {
   // Id of the last recording written to the recording database; 0 before the first.
   int last_recording_id() const;
 
+  // For method handlers and tickers only: they run on the simulator's thread with its lock
+  // held, so these read and change the engine without taking the lock again.
+  int engine_state() const;
+  void set_engine_state(int state);
+  // Emits a signal from a handler or ticker.
+  void Signal(const std::string& name, const std::string& payload);
+  // Connects this process's model to the media database when it is not connected yet.
+  void ConnectModel();
+  void set_last_recording_id(int id);
+  // A ticker runs on the simulator's thread after every wake-up and returns the milliseconds
+  // until it wants to run again, or -1 when it has nothing to do. Add before Start.
+  using Ticker = std::function<int(MediaSimulator&)>;
+  void AddTicker(Ticker ticker);
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
