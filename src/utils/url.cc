@@ -41,7 +41,9 @@ std::string Url::ToString() const {
   if (!host.empty()) {
     text += "//";
     if (!user.empty()) text += user + ":" + password + "@";
-    text += host;
+    // An IPv6 literal keeps the brackets the parser took off.
+    bool ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+    text += ipv6 ? "[" + host + "]" : host;
     if (!port.empty()) text += ":" + port;
   }
   if (!path.empty()) text += "/" + path;
