@@ -171,6 +171,7 @@ sd_bus* TakeConnection(bus_client* client, Clock::time_point deadline, int* erro
 // Gives a connection back after a call. One whose call did not end with its reply (timed
 // out, broken) is closed, so a late reply can never pile up in it.
 void ReturnConnection(bus_client* client, sd_bus* bus, bool reusable) {
+  reusable = reusable && Drain(bus);
   std::unique_lock<std::mutex> lock(client->pool_mutex);
   --client->open_calls;
   if (reusable && client->connected.load() && client->idle.size() < kIdleCallConnections) {
