@@ -21,15 +21,13 @@
 #include <unordered_map>
 
 #include "common/log.h"
+#include "libzolo_media/engine_reply.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/stream_writes.h"
 
 namespace {
 
 constexpr const char* kLogSource = "libzolo_media";
-// Engine replies are read whole up to this size; a larger one is refused.
-constexpr size_t kMaxReplySize = 16u << 20;
-
 // The option table is read by the signal thread while callers may change it, so it is
 // guarded; option 0 (parsed records or raw text) is read for every signal and also kept in
 // an atomic.
@@ -64,26 +62,6 @@ struct FrameState {
 FrameState& State() {
   static FrameState state;
   return state;
-}
-
-// Engine reply codes and the library codes they become. Codes absent here become -1.
-const std::unordered_map<int, int>& ResultCodeTable() {
-  static const std::unordered_map<int, int> table = {
-      {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},  {-1004, -4}, {-1005, -5},
-      {-1006, -10}, {-1009, -11}, {-1011, -7},  {-1012, -7},  {-1013, -8}, {-1014, -9},
-      {-1015, -12}, {-1016, -13}, {-1017, -14}, {-1018, -15},
-  };
-  return table;
-}
-
-int MapResult(int code) {
-  const auto& table = ResultCodeTable();
-  if (code == 0) return 0;
-  try {
-    return table.at(code);
-  } catch (const std::out_of_range&) {
-    return -1;
-  }
 }
 
 // Parses `text` as an integer in base 10 the way strtol does (leading number, else 0).
@@ -141,24 +119,18 @@ int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply
       bus_method_call(State().client, "media", method, text,
                       text ? static_cast<int>(std::strlen(text)) : 0, &answer, &length, timeout);
   cJSON_free(text);
-  if (length > kMaxReplySize) {
+  if (length > zolo::kMaxReplySize) {
     ZLOG(0, "reply of %s too large (%zu bytes)", method ? method : "", length);
     free(answer);
     return -1;
   }
-  if (length > 0) {
-    // Only a number counts as the engine's code; anything else is a failure.
-    result = -1;
-    cJSON* parsed = cJSON_ParseWithLength(answer, length);
-    const cJSON* code = cJSON_GetObjectItem(parsed, "code");
-    if (cJSON_IsNumber(code)) result = code->valueint;
-    if (reply != nullptr)
-      *reply = parsed;
-    else
-      cJSON_Delete(parsed);
-  }
+  // No reply text: the bus call's own result, mapped.
+  if (length > 0)
+    result = zolo::ReadEngineReply(answer, length, reply);
+  else
+    result = zolo::MapResultCode(result);
   free(answer);
-  return MapResult(result);
+  return result;
 }
 
 int zm_init(bool initialize_db) {
