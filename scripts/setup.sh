@@ -1,8 +1,12 @@
 #!/usr/bin/env bash
-# Installs the Debian packages in scripts/packages.txt that are not installed yet.
+# Installs the Debian packages in scripts/packages.txt (or the lists given) that are not
+# installed yet.
+#   scripts/setup.sh [LIST…]
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-mapfile -t wanted < <(grep -v -E '^\s*(#|$)' "$here/packages.txt")
+lists=("$@")
+[ ${#lists[@]} -gt 0 ] || lists=("$here/packages.txt")
+mapfile -t wanted < <(cat "${lists[@]}" | grep -v -E '^\s*(#|$)')
 missing=()
 for pkg in "${wanted[@]}"; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || missing+=("$pkg")

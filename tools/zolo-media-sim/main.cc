@@ -6,6 +6,8 @@
 #include <iostream>
 #include <string>
 
+#include <zolo_model/media_model.h>
+
 #include "zolo_media_sim.h"
 
 int main(int argc, char** argv) {
@@ -18,6 +20,9 @@ int main(int argc, char** argv) {
       ->capture_default_str();
   std::string database;
   app.add_option("--database", database, "Media database the stream methods read");
+  std::string initial_sql;
+  app.add_option("--initial-sql", initial_sql,
+                 "Create the database from this SQL file when it does not exist yet");
   std::string sandbox;
   app.add_option("--sandbox", sandbox,
                  "Sandbox root: the configuration and the recordings are read and written "
@@ -33,6 +38,11 @@ int main(int argc, char** argv) {
   sigaddset(&signals, SIGTERM);
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before the simulator's thread starts
 
+  if (!initial_sql.empty() && !database.empty() &&
+      MediaModel::Instance()->Initialize(database, initial_sql) < 0) {
+    std::cerr << "zolo-media-sim: cannot create " << database << " from " << initial_sql << '\n';
+    return 1;
+  }
   zolo::sim::MediaSimulator simulator;
   simulator.set_state(state);
   simulator.set_database(database);
