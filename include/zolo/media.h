@@ -10,6 +10,7 @@
 #include <zolo/export.h>
 #include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
+#include <zolo/media/mixer_config.h>
 #include <zolo/media/signal.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
