@@ -147,7 +147,8 @@ struct zm_system_overlay {
 // asset `id` is free. `id` 0 lists the assets in use, by rank.
 ZM_EXPORT int zm_get_background(int id, std::vector<zm_background>* out);
 ZM_EXPORT int zm_get_foreground(int id, std::vector<zm_foreground>* out);
-// Every intermission slot, in use or not (a query by id takes a free one too).
+// Every intermission slot (a foreground whose name contains "intermission"), in use or
+// not; a query by id takes any foreground, free or not.
 ZM_EXPORT int zm_get_intermission(int id, std::vector<zm_foreground>* out);
 ZM_EXPORT int zm_get_overlay(int id, std::vector<zm_overlay>* out);
 // Logos are overlays with their first position.
@@ -162,8 +163,9 @@ ZM_EXPORT int zm_get_overlay_count();
 ZM_EXPORT int zm_set_background(int id, const zm_background& background, bool enable);
 // The new id; -1; -2 no free slot; -3 bad file.
 ZM_EXPORT int zm_add_background(const zm_background& background);
-// Frees the background, deletes its file and origin file and unbinds it from themes.
-// 0; -1; -3; -5.
+// Frees the background, deletes its file and origin file and unbinds it from themes
+// (each announced as a theme update). 0; -1 write failed (files kept); -3 id below 1; -5
+// no such background or a free slot.
 ZM_EXPORT int zm_remove_background(int id);
 // As zm_set_background for the intermission pictures (foregrounds whose stored name
 // contains "intermission"; -5 for any other).
