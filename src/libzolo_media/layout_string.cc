@@ -3,8 +3,33 @@
 #include <zolo/media/mixer_config.h>
 
 #include <climits>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
+
+namespace {
+
+// cJSON prints doubles with 15 significant digits when they come close enough, which
+// loses the last bits of some; this writes the shortest text that reads back exactly.
+// A non-finite value has no JSON form and is written as null.
+void AddExactNumber(cJSON* object, const char* key, double value) {
+  if (!std::isfinite(value)) {
+    cJSON_AddNullToObject(object, key);
+    return;
+  }
+  char text[40];
+  for (int digits = 15; digits <= 17; ++digits) {
+    std::snprintf(text, sizeof text, "%.*g", digits, value);
+    if (std::strtod(text, nullptr) == value) break;
+  }
+  for (char* c = text; *c != '\0'; ++c)
+    if (*c == ',') *c = '.';  // a locale's decimal comma
+  cJSON_AddRawToObject(object, key, text);
+}
+
+}  // namespace
 
 std::string zm_get_layout_string(const std::vector<zm_video_layout>& windows) {
   cJSON* root = cJSON_CreateObject();
@@ -12,11 +37,11 @@ std::string zm_get_layout_string(const std::vector<zm_video_layout>& windows) {
   for (const zm_video_layout& w : windows) {
     cJSON* item = cJSON_CreateObject();
     cJSON_AddNumberToObject(item, "id", w.id);
-    cJSON_AddNumberToObject(item, "x", w.x);
-    cJSON_AddNumberToObject(item, "y", w.y);
+    AddExactNumber(item, "x", w.x);
+    AddExactNumber(item, "y", w.y);
     cJSON_AddNumberToObject(item, "z", w.z);
-    cJSON_AddNumberToObject(item, "w", w.w);
-    cJSON_AddNumberToObject(item, "h", w.h);
+    AddExactNumber(item, "w", w.w);
+    AddExactNumber(item, "h", w.h);
     cJSON_AddNumberToObject(item, "crop", w.crop);
     cJSON_AddItemToArray(array, item);
   }
@@ -45,7 +70,7 @@ int zm_parse_layout_string(const char* text, std::vector<zm_video_layout>* out) 
     auto number = [&](const char* key, double fallback) {
       const cJSON* member = cJSON_GetObjectItemCaseSensitive(item, key);
       if (member == nullptr) return fallback;
-      if (!cJSON_IsNumber(member)) numbers = false;
+      if (!cJSON_IsNumber(member) || !std::isfinite(member->valuedouble)) numbers = false;
       return member->valuedouble;
     };
     // Integers saturate the way cJSON's own valueint does.

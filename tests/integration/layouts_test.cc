@@ -152,7 +152,7 @@ TEST(LayoutStringTest, PrintsCompactlyAndParsesBack) {
   EXPECT_EQ(fields(back[0]), fields(windows[0]));
   EXPECT_EQ(fields(back[1]), fields(windows[1]));
   // Doubles that need all their digits survive the trip.
-  std::vector<zm_video_layout> third = {{1, 1.0 / 3, 2.0 / 3, 0.1, 1e-9, 0, 0}};
+  std::vector<zm_video_layout> third = {{1, 1.0 / 3, 2.0 / 3, 0.1, 7.7777777777777785e+100, 0, 0}};
   back.clear();
   ASSERT_EQ(zm_parse_layout_string(zm_get_layout_string(third).c_str(), &back), 0);
   EXPECT_TRUE(back[0].w == third[0].w && back[0].h == third[0].h && back[0].y == third[0].y);
@@ -173,6 +173,7 @@ TEST(LayoutStringTest, RejectedFormsKeepTheWindowsReadBefore) {
       {"{\"layout\":[{\"id\":1,\"x\":\"0.5\"}]}", -1, 0},         // a text, not a number
       {"{\"layout\":[{\"id\":\"1\"}]}", -1, 0},
       {"{\"layout\":[{\"id\":1,\"z\":2.9,\"w\":1e300}]}", 0, 1},
+      {"{\"layout\":[{\"id\":1,\"x\":1e999}]}", -1, 0},  // not a finite number
   };
   for (const Case& c : cases) {
     std::vector<zm_video_layout> out;

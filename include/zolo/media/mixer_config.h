@@ -46,7 +46,7 @@ struct zm_layout {
 ZM_EXPORT std::string zm_get_layout_string(const std::vector<zm_video_layout>& windows);
 // Appends the windows of a layout string to `out` (not cleared). 0; -1 when the text is
 // not JSON, has no "layout" array, or a window lacks "id" or holds a member that is not a
-// number (the windows before the faulty one stay appended); -3 for null arguments.
+// finite number (the windows before the faulty one stay appended); -3 for null arguments.
 ZM_EXPORT int zm_parse_layout_string(const char* text, std::vector<zm_video_layout>* out);
 
 // Layout queries append to `out` (never cleared) and then sort all of it by the kind's
