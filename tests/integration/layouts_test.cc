@@ -24,7 +24,7 @@ namespace {
 namespace fs = std::filesystem;
 using zolo::test::EngineTest;
 
-bool WaitFor(const std::function<bool()>& done, int timeout_ms = 10000) {
+bool WaitFor(const std::function<bool()>& done, int timeout_ms = 30000) {
   auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
   while (!done()) {
     if (std::chrono::steady_clock::now() > end) return false;

@@ -60,7 +60,7 @@ bool Parse(const char* text, std::vector<Window>* windows) {
       break;
     }
     auto integer = [](double v) {
-      return std::isfinite(v) ? static_cast<int>(std::clamp(v, -1e9, 1e9)) : 0;
+      return std::isfinite(v) ? static_cast<int>(std::clamp(v, -2147483648.0, 2147483647.0)) : 0;
     };
     windows->push_back({integer(id), Clamp(x), Clamp(y), std::max(0.0, Clamp(w)),
                         std::max(0.0, Clamp(h)), integer(z), windows->size()});
@@ -101,12 +101,56 @@ void SourceColour(int id, double rgb[3]) {
   rgb[2] = b + v - c;
 }
 
+// Draws `label` (digits and "-") as seven-segment strokes in a cell `size` high, its top
+// left corner at (x, y). Strokes instead of a font: no font files, the same picture on
+// every machine.
+void DrawLabel(cairo_t* cr, const std::string& label, double x, double y, double size) {
+  // Segments a (top), b, c (right), d (bottom), e, f (left), g (middle), per character.
+  static const char* const kDigits[] = {"abcdef", "bc",     "abdeg", "abcdg",   "bcfg",
+                                        "acdfg",  "acdefg", "abc",   "abcdefg", "abcdfg"};
+  double w = size / 2, h = size;
+  for (char c : label) {
+    const char* segments = c == '-' ? "g" : (c >= '0' && c <= '9') ? kDigits[c - '0'] : "";
+    for (const char* s = segments; *s != '\0'; ++s) {
+      double x0 = x, y0 = y, x1 = x, y1 = y;
+      switch (*s) {
+        case 'a':
+          x1 = x + w;
+          break;
+        case 'b':
+          x0 = x1 = x + w, y1 = y + h / 2;
+          break;
+        case 'c':
+          x0 = x1 = x + w, y0 = y + h / 2, y1 = y + h;
+          break;
+        case 'd':
+          y0 = y1 = y + h, x1 = x + w;
+          break;
+        case 'e':
+          y0 = y + h / 2, y1 = y + h;
+          break;
+        case 'f':
+          y1 = y + h / 2;
+          break;
+        default:
+          y0 = y1 = y + h / 2, x1 = x + w;
+          break;
+      }
+      cairo_move_to(cr, x0, y0);
+      cairo_line_to(cr, x1, y1);
+    }
+    x += w + size / 4;
+  }
+  cairo_set_line_width(cr, std::max(1.5, size / 8));
+  cairo_set_line_cap(cr, CAIRO_LINE_CAP_ROUND);
+  cairo_stroke(cr);
+}
+
 void Draw(cairo_t* cr, std::vector<Window> windows) {
   cairo_set_source_rgb(cr, 0.08, 0.08, 0.08);
   cairo_paint(cr);
   std::stable_sort(windows.begin(), windows.end(),
                    [](const Window& a, const Window& b) { return a.z < b.z; });
-  cairo_select_font_face(cr, "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_BOLD);
   for (const Window& w : windows) {
     double left = w.x * kWidth, top = w.y * kHeight, width = w.w * kWidth, height = w.h * kHeight;
     double rgb[3];
@@ -118,12 +162,9 @@ void Draw(cairo_t* cr, std::vector<Window> windows) {
     cairo_set_source_rgb(cr, 1, 1, 1);
     cairo_stroke(cr);
     // The label sits in the window's top left corner, so that the centre keeps the colour.
-    std::string label = std::to_string(w.id);
     double size = std::clamp(std::min(width, height) / 4, 8.0, 28.0);
-    cairo_set_font_size(cr, size);
-    cairo_move_to(cr, left + 4, top + 4 + size);
     cairo_set_source_rgb(cr, 1, 1, 1);
-    cairo_show_text(cr, label.c_str());
+    DrawLabel(cr, std::to_string(w.id), left + 5, top + 5, size);
   }
 }
 
