@@ -20,6 +20,7 @@
 #include <string>
 #include <thread>
 #include <unordered_map>
+#include <utility>
 
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
@@ -46,13 +47,45 @@ int GroupRank(const char* name) {
   return it == kRanks.end() ? 100 : it->second;
 }
 
+// Sorts by the kind's rank, then the layout's rank. Records are large, so the keys are
+// sorted first and each record is then moved once, along the cycles of the permutation;
+// an already ordered vector (the usual case: candidates come pre-sorted) is left alone.
 void SortLayouts(std::vector<zm_layout>* out) {
-  std::sort(out->begin(), out->end(), [](const zm_layout& a, const zm_layout& b) {
-    int ra = GroupRank(a.group);
-    int rb = GroupRank(b.group);
-    if (ra != rb) return ra < rb;
-    return a.rank < b.rank;
-  });
+  using Key = std::pair<int, int>;
+  std::vector<Key> keys;
+  keys.reserve(out->size());
+  for (const zm_layout& l : *out) keys.emplace_back(GroupRank(l.group), l.rank);
+  if (std::is_sorted(keys.begin(), keys.end())) return;
+  std::vector<size_t> order(out->size());
+  for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+  std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return keys[a] < keys[b]; });
+  // Position i receives the record at order[i].
+  for (size_t start = 0; start < order.size(); ++start) {
+    if (order[start] == start) continue;
+    zm_layout held = std::move((*out)[start]);
+    size_t at = start;
+    while (order[at] != start) {
+      size_t from = order[at];
+      (*out)[at] = std::move((*out)[from]);
+      order[at] = at;
+      at = from;
+    }
+    (*out)[at] = std::move(held);
+    order[at] = at;
+  }
+}
+
+// Candidates in listing order, so that the records are appended already sorted.
+void PreSort(std::vector<MixerConfig*>* configs) {
+  std::vector<std::pair<std::pair<int, int>, MixerConfig*>> keyed;
+  keyed.reserve(configs->size());
+  for (MixerConfig* c : *configs) {
+    MixerConfigGroup* group = c->group();
+    keyed.push_back({{group != nullptr ? GroupRank(group->name().c_str()) : 0, c->rank()}, c});
+  }
+  std::stable_sort(keyed.begin(), keyed.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (size_t i = 0; i < keyed.size(); ++i) (*configs)[i] = keyed[i].second;
 }
 
 // Id of the video mixer's "Display" group, all ones when there is none. Groups at or above
@@ -222,6 +255,8 @@ int zm_get_layout(int id, std::vector<zm_layout>* out) {
   Candidates found;
   if (QueryCandidates(id, &found) != 0) return -5;
   unsigned boundary = DisplayBoundary();
+  PreSort(&found.configs);
+  out->reserve(out->size() + found.configs.size());
   for (MixerConfig* config : found.configs) {
     MixerConfigGroup* group = config->group();
     if (group == nullptr) continue;
@@ -241,6 +276,8 @@ int zm_get_record_layout(int id, std::vector<zm_layout>* out) {
   if (MixerConfigGroup::QueryByTypeName(kVideo, "Manual", &manual) == 0 && manual != nullptr)
     manual_id = manual->id();
   delete manual;
+  PreSort(&found.configs);
+  out->reserve(out->size() + found.configs.size());
   for (MixerConfig* config : found.configs) {
     MixerConfigGroup* group = config->group();
     if (group == nullptr) continue;
@@ -261,6 +298,7 @@ int zm_get_layout_by_group(const char* name, std::vector<zm_layout>* out) {
   }
   std::unique_ptr<MixerConfigGroup> group(found);
   bool with_image = BelowBoundary(group.get(), DisplayBoundary());
+  out->reserve(out->size() + group->configs().size());
   for (MixerConfig* config : group->configs()) {
     if (!config->enabled()) continue;
     AppendRecord(config, name, with_image, false, out);

@@ -224,6 +224,15 @@ TEST_F(LayoutsTest, ListingsSortByKindThenRankAndSplitAtDisplay) {
   ASSERT_EQ(dual.size(), 3u);
   EXPECT_TRUE(dual[0].id == 6 && dual[0].name[0] == '\0' && dual[0].video_layouts.size() == 2);
 
+  // Earlier contents of the vector are sorted along.
+  std::vector<zm_layout> mixed;
+  ASSERT_EQ(zm_get_layout_by_group("Display", &mixed), 0);
+  ASSERT_EQ(zm_get_layout(16, &mixed), 0);
+  ASSERT_EQ(zm_get_layout(9, &mixed), 0);
+  std::vector<int> mixed_ids;
+  for (const auto& l : mixed) mixed_ids.push_back(l.id);
+  EXPECT_EQ(mixed_ids, (std::vector<int>{9, 48, 49, 50, 16}));
+
   // Without a "Display" kind every layout has a preview.
   Exec("DELETE FROM mixer_config_group WHERE name = 'Display'");
   for (const auto& l : All()) EXPECT_NE(l.image[0], '\0') << l.id;
