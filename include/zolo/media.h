@@ -10,6 +10,7 @@
 #include <zolo/export.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/signal.h>
+#include <zolo/media/sources.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>
