@@ -7,8 +7,8 @@
 #include <zolo_model/source.h>
 #include <zolo_model/stream.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <set>
@@ -24,9 +24,10 @@ constexpr const char* kMacMarker = "<MAC_ADDR>";
 constexpr int kNetworkCategory = 1;
 constexpr int kNetworkStreamType = 2;
 
+// Copies `text` into a zeroed field as "%s" formatting would, cut to the field's size.
 template <size_t N>
 void CopyText(char (&field)[N], const std::string& text) {
-  std::snprintf(field, N, "%s", text.c_str());
+  std::memcpy(field, text.c_str(), strnlen(text.c_str(), N - 1));
 }
 
 // `url` with every MAC marker replaced by eth0's address (`keep_case`: lower case), less
@@ -103,8 +104,13 @@ int GetSources(int id, std::vector<zm_source>* out) {
     return -5;
   }
   out->reserve(out->size() + sources.size());
-  for (const Kind* source : sources) zm_convert_source_data(source, out);
-  MediaModel::CleanQuery(&sources);
+  // Each source goes as soon as it is converted, so its parsed JSON is freed while the
+  // memory is still warm for the next one.
+  for (Kind*& source : sources) {
+    zm_convert_source_data(source, out);
+    delete source;
+    source = nullptr;
+  }
   return 0;
 }
 
