@@ -79,7 +79,8 @@ long long FileBytes(const std::string& path) {
 }
 
 // Waits for the library's preview snapshot task to finish (it logs its last line), so that
-// the process does not end under it.
+// the process does not end under it, and notes whether it stored the picture's path (it
+// logs the user source's name only then).
 class TaskEndWatch {
  public:
   TaskEndWatch() { OVIK_LOG_set_capture(&TaskEndWatch::Hook, this); }
@@ -90,18 +91,26 @@ class TaskEndWatch {
     std::unique_lock<std::mutex> lock(mutex_);
     return ended_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return done_; });
   }
+  bool stored() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return stored_;
+  }
 
  private:
   static void Hook(void* user, int, int, const char*, int, const char*, const char* message) {
     auto* self = static_cast<TaskEndWatch*>(user);
-    if (std::string(message) != "make_channel_preview_snapshot_task out") return;
+    std::string text = message;
     std::lock_guard<std::mutex> lock(self->mutex_);
+    if (text.rfind("make_channel_preview_snapshot_task: user source name is ", 0) == 0)
+      self->stored_ = true;
+    if (text != "make_channel_preview_snapshot_task out") return;
     self->done_ = true;
     self->ended_.notify_all();
   }
   std::mutex mutex_;
   std::condition_variable ended_;
   bool done_ = false;
+  bool stored_ = false;
 };
 
 }  // namespace
@@ -252,7 +261,8 @@ void AddSourceCommands(CLI::App& app, Context& context) {
     bool ok = Run(context, "zm_make_channel_preview_snapshot", [&] {
       int result = zm_make_channel_preview_snapshot(args->id, args->width, args->height);
       if (result < 0) return result;
-      if (!watch.Wait(args->wait)) return -1;
+      // The task reports nothing back: a picture the engine refused leaves no path stored.
+      if (!watch.Wait(args->wait) || !watch.stored()) return -1;
       std::vector<zm_channel> found;
       if (zm_get_channel(args->id, &found) == 0 && !found.empty())
         user_source = found[0].video_user_source_id;
