@@ -8,6 +8,7 @@
 
 #include <zolo/config.h>
 #include <zolo/export.h>
+#include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/signal.h>
 #include <zolo/media/sources.h>
@@ -16,4 +17,5 @@
 #include <zolo/storage.h>
 #include <zolo/url.h>
 #include <zolo/utils.h>
+#include <zolo/version.h>
 #include <zolo/yuvjpeg.h>

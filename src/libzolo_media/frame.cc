@@ -1,6 +1,7 @@
 // Library lifecycle, the call to the media engine with its result-code table, settings
 // and options.
 #include <cjson/cJSON.h>
+#include <glib.h>
 #include <oviklog.h>
 #include <zolo/config.h>
 #include <zolo/media/frame.h>
@@ -11,51 +12,56 @@
 #include <zolo_model/media_model.h>
 #include <zolo_model/media_setting.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <shared_mutex>
 #include <stdexcept>
 #include <string>
 #include <unordered_map>
 
 #include "common/log.h"
+#include "libzolo_media/engine_reply.h"
 #include "libzolo_media/media_call.h"
+#include "libzolo_media/stream_writes.h"
 
 namespace {
 
 constexpr const char* kLogSource = "libzolo_media";
-constexpr size_t kReplyBufferSize = 4096;
+// The option table is read by the signal thread while callers may change it, so it is
+// guarded; option 0 (parsed records or raw text) is read for every signal and also kept in
+// an atomic.
+class OptionTable {
+ public:
+  int Get(int option, int fallback) const {
+    if (option == 0) return option0_.load(std::memory_order_relaxed);
+    std::shared_lock<std::shared_mutex> lock(mutex_);
+    auto it = values_.find(option);
+    return it == values_.end() ? fallback : it->second;
+  }
+  void Set(int option, int value) {
+    std::unique_lock<std::shared_mutex> lock(mutex_);
+    values_[option] = value;
+    if (option == 0) option0_.store(value, std::memory_order_relaxed);
+  }
+
+ private:
+  mutable std::shared_mutex mutex_;
+  std::unordered_map<int, int> values_{{0, 1}};
+  std::atomic<int> option0_{1};
+};
 
 struct FrameState {
   Config config{"/etc/media.conf"};
   bool initialized = false;
   bus_client* client = nullptr;
   int movie_resource = -1;
-  std::unordered_map<int, int> options{{0, 1}};
+  OptionTable options;
 };
 
 FrameState& State() {
   static FrameState state;
   return state;
-}
-
-// Engine reply codes and the library codes they become. Codes absent here become -1.
-const std::unordered_map<int, int>& ResultCodeTable() {
-  static const std::unordered_map<int, int> table = {
-      {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},  {-1004, -4}, {-1005, -5},
-      {-1006, -10}, {-1009, -11}, {-1011, -7},  {-1012, -7},  {-1013, -8}, {-1014, -9},
-      {-1015, -12}, {-1016, -13}, {-1017, -14}, {-1018, -15},
-  };
-  return table;
-}
-
-int MapResult(int code) {
-  const auto& table = ResultCodeTable();
-  if (code == 0) return 0;
-  try {
-    return table.at(code);
-  } catch (const std::out_of_range&) {
-    return -1;
-  }
 }
 
 // Parses `text` as an integer in base 10 the way strtol does (leading number, else 0).
@@ -80,9 +86,11 @@ int MovieResource() {
 }
 
 int MediaOption(int option, int fallback) {
-  const auto& options = State().options;
-  auto it = options.find(option);
-  return it == options.end() ? fallback : it->second;
+  return State().options.Get(option, fallback);
+}
+
+bool IsValidUtf8(const char* text) {
+  return text != nullptr && g_utf8_validate(text, -1, nullptr);
 }
 
 void RequireText(const char* text) {
@@ -104,32 +112,25 @@ int NotifyMediaDataChange(ChangeType type, DataKind kind, int id) {
 
 int zm_call_media_method(const char* method, const cJSON* payload, cJSON** reply,
                          unsigned timeout) {
-  char buffer[kReplyBufferSize] = {0};
-  int length = 0;
-  int result;
-  if (payload != nullptr) {
-    char* text = cJSON_PrintUnformatted(payload);
-    result = bus_method_call_sync(State().client, "media", method, text,
-                                  text ? static_cast<int>(std::strlen(text)) : 0, buffer, &length,
-                                  timeout);
-    cJSON_free(text);
-  } else {
-    result =
-        bus_method_call_sync(State().client, "media", method, nullptr, 0, buffer, &length, timeout);
+  char* text = payload != nullptr ? cJSON_PrintUnformatted(payload) : nullptr;
+  char* answer = nullptr;
+  size_t length = 0;
+  int result =
+      bus_method_call(State().client, "media", method, text,
+                      text ? static_cast<int>(std::strlen(text)) : 0, &answer, &length, timeout);
+  cJSON_free(text);
+  if (length > zolo::kMaxReplySize) {
+    ZLOG(0, "reply of %s too large (%zu bytes)", method ? method : "", length);
+    free(answer);
+    return -1;
   }
-  if (length > 0) {
-    result = -1;
-    cJSON* parsed = cJSON_ParseWithLength(buffer, strnlen(buffer, sizeof buffer));
-    if (parsed != nullptr) {
-      const cJSON* code = cJSON_GetObjectItem(parsed, "code");
-      if (code != nullptr) result = code->valueint;
-    }
-    if (reply != nullptr)
-      *reply = parsed;
-    else
-      cJSON_Delete(parsed);
-  }
-  return MapResult(result);
+  // No reply text: the bus call's own result, mapped.
+  if (length > 0)
+    result = zolo::ReadEngineReply(answer, length, reply);
+  else
+    result = zolo::MapResultCode(result);
+  free(answer);
+  return result;
 }
 
 int zm_init(bool initialize_db) {
@@ -260,7 +261,7 @@ int zm_set_setting(const char* name, const std::string& value) {
 
 int zm_set_opt(int option, int value) {
   try {
-    State().options[option] = value;
+    State().options.Set(option, value);
   } catch (const std::exception&) {
     return -3;
   }

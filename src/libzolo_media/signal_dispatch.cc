@@ -7,9 +7,12 @@
 #include <string>
 #include <unordered_map>
 
+#include "common/log.h"
 #include "libzolo_media/media_call.h"
 
 namespace {
+
+constexpr const char* kLogSource = "libzolo_media";
 
 constexpr char kKeyPrefix[] = "media/signal/";
 constexpr size_t kKeyPrefixLength = sizeof kKeyPrefix - 1;
@@ -119,21 +122,21 @@ void zm_signal_handler(bus_client* /*client*/, void* user_data, const char* path
   const char* text = static_cast<const char*>(payload);
   bool parsed = zolo::MediaOption(0, 1) != 0;
   void* record = nullptr;
-  if (parsed) {
-    record = entry.parse(text);
-    if (record == nullptr) return;
-  }
-  zm_signal_callback callback = g_callbacks[i].load();
-  if (callback == nullptr) {
-    if (record != nullptr) entry.release(record);
-    return;
-  }
   const char* name =
       key.compare(0, kKeyPrefixLength, kKeyPrefix) == 0 ? key.c_str() + kKeyPrefixLength : nullptr;
-  if (!parsed) {
-    callback(name, payload, user_data);
-    return;
+  // A callback that throws must not end the signal thread: the record is released and the
+  // next signal is delivered as usual.
+  try {
+    if (parsed) {
+      record = entry.parse(text);
+      if (record == nullptr) return;
+    }
+    zm_signal_callback callback = g_callbacks[i].load();
+    if (callback != nullptr) callback(name, parsed ? record : payload, user_data);
+  } catch (const std::exception& e) {
+    ZLOG(0, "callback of %s threw: %s", name ? name : "", e.what());
+  } catch (...) {
+    ZLOG(0, "callback of %s threw", name ? name : "");
   }
-  callback(name, record, user_data);
-  entry.release(record);
+  if (record != nullptr) entry.release(record);
 }

@@ -10,6 +10,7 @@
 #include <zolo_model/source.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <memory>
@@ -90,13 +91,14 @@ class TaskBus {
     std::unique_ptr<char, decltype(&cJSON_free)> text(cJSON_PrintUnformatted(payload.get()),
                                                       &cJSON_free);
     if (text == nullptr) return false;
-    char buffer[BUS_REPLY_BUFFER_SIZE] = {0};
-    int length = 0;
-    int result = bus_method_call_sync(client_, "media", method, text.get(),
-                                      static_cast<int>(std::strlen(text.get())), buffer, &length,
-                                      zolo::kCallTimeout);
-    if (result != 0 || length <= 0) return result == 0;
-    Json reply(cJSON_ParseWithLength(buffer, strnlen(buffer, sizeof buffer)));
+    char* raw_reply = nullptr;
+    size_t length = 0;
+    int result = bus_method_call(client_, "media", method, text.get(),
+                                 static_cast<int>(std::strlen(text.get())), &raw_reply, &length,
+                                 zolo::kCallTimeout);
+    std::unique_ptr<char, decltype(&std::free)> owned(raw_reply, &std::free);
+    if (result != 0 || owned == nullptr || length == 0) return result == 0;
+    Json reply(cJSON_ParseWithLength(owned.get(), length));
     const cJSON* code = cJSON_GetObjectItem(reply.get(), "code");
     return cJSON_IsNumber(code) && code->valueint == 0;
   }

@@ -13,6 +13,7 @@
 
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
+#include "libzolo_media/stream_writes.h"
 
 namespace {
 
@@ -141,25 +142,6 @@ int NetworkStreams(const char* method, bool stop, const char* name, std::vector<
   return result;
 }
 
-// Applies `change` to each stream found by `query`, writes it back and announces it.
-template <class Query, class Change>
-int ChangeStreams(Query query, Change change, bool announce) {
-  std::vector<Stream*> streams;
-  if (query(&streams) < 0) {
-    MediaModel::CleanQuery(&streams);
-    return -5;
-  }
-  for (Stream* stream : streams) {
-    change(stream);
-    Stream::Update(stream);
-    if (announce)
-      zolo::NotifyMediaDataChange(zolo::ChangeType::kChanged, zolo::DataKind::kStream,
-                                  stream->id());
-  }
-  MediaModel::CleanQuery(&streams);
-  return 0;
-}
-
 }  // namespace
 
 int zm_start_stream(std::vector<zm_stream>* out, bool persist,
@@ -229,12 +211,12 @@ int zm_get_streaming_status(std::vector<zm_stream>* out) {
 
 int zm_enable_stream(const char* name, int enable) {
   if (name == nullptr) return -3;
-  int result = ChangeStreams(
+  int result = zolo::UpdateStreams(
       [name](std::vector<Stream*>* s) { return Stream::QueryByTypeName(nullptr, name, true, s); },
       [enable](Stream* s) { s->enable(enable != 0); }, true);
   if (result != 0) return result;
   if (std::strcmp(name, "preview") == 0)
-    ChangeStreams(
+    zolo::UpdateStreams(
         [](std::vector<Stream*>* s) { return Stream::QueryByPattern("preview_", true, s); },
         [enable](Stream* s) { s->enable(enable != 0); }, false);
   return 0;
@@ -245,7 +227,7 @@ int zm_enable_stream(const char* name, int enable) {
 static int EnableByPattern(const char* pattern, int enable, int option1, int option2,
                            bool set_option3, int option3) {
   if (pattern == nullptr) return -3;
-  return ChangeStreams(
+  return zolo::UpdateStreams(
       [pattern](std::vector<Stream*>* s) { return Stream::QueryByPattern(pattern, true, s); },
       [=](Stream* s) {
         s->enable(enable != 0);
@@ -266,7 +248,7 @@ int zm_enable_stream(const char* pattern, int enable, int option1, int option2, 
 
 int zm_suspend_stream(const char* pattern, int suspend) {
   if (pattern == nullptr) return -3;
-  return ChangeStreams(
+  return zolo::UpdateStreams(
       [pattern](std::vector<Stream*>* s) { return Stream::QueryByPattern(pattern, true, s); },
       [suspend](Stream* s) {
         s->suspend(suspend != 0);
@@ -284,7 +266,7 @@ int zm_remove_stream(int id) {
   int removed = Stream::Remove(id);
   if (removed != 0) return removed;
   if (ndi && NdiPreviewCompanionWanted()) {
-    ChangeStreams(
+    zolo::UpdateStreams(
         [](std::vector<Stream*>* s) { return Stream::QueryByDestPattern("ndi://%", false, s); },
         [](Stream* s) {
           ZLOG_AS("zm_remove_stream", 2, "Disable NDI|HX preview stream: %s", s->name().c_str());

@@ -11,43 +11,52 @@
 #include <cstring>
 
 #include "libzolo_media/media_call.h"
+#include "libzolo_media/stream_writes.h"
 
 namespace {
 
-// Runs `query`, applies `change` to each stream found and writes it back; -5 when the query
-// fails.
-template <class Query, class Change>
-int ForEachStream(Query query, Change change) {
-  std::vector<Stream*> streams;
-  if (query(&streams) < 0) {
-    MediaModel::CleanQuery(&streams);
-    return -5;
+// `text` with the user, password and port of `access` in place of its own; scheme, host (IPv6
+// brackets included), path, query and fragment stay exactly as written. False when `text`
+// is not a URL with a host.
+bool WithAccessOf(const std::string& text, const UrlParser::Url& access, std::string* out) {
+  UrlParser::Url own;
+  if (!own.Parse(text) || own.host.empty()) return false;
+  size_t start = text.find("//");
+  if (start == std::string::npos) return false;
+  start += 2;
+  size_t end = text.find_first_of("/?#", start);
+  if (end == std::string::npos) end = text.size();
+  std::string authority = text.substr(start, end - start);
+  size_t at = authority.rfind('@');
+  std::string host = at == std::string::npos ? authority : authority.substr(at + 1);
+  size_t host_end = host.find(':');
+  if (!host.empty() && host[0] == '[') {
+    host_end = host.find(']');
+    if (host_end == std::string::npos) return false;
+    ++host_end;
   }
-  try {
-    for (Stream* stream : streams) {
-      change(stream);
-      Stream::Update(stream);
-    }
-  } catch (...) {
-    MediaModel::CleanQuery(&streams);
-    throw;
-  }
-  MediaModel::CleanQuery(&streams);
-  return 0;
+  if (host_end != std::string::npos) host.resize(host_end);
+  std::string rebuilt = text.substr(0, start);
+  if (!access.user.empty()) rebuilt += access.user + ":" + access.password + "@";
+  rebuilt += host;
+  if (!access.port.empty()) rebuilt += ":" + access.port;
+  *out = rebuilt + text.substr(end);
+  return true;
 }
 
 template <class Value>
 int SetStreamValue(const char* type, const char* name, const char* key, Value value,
                    bool authentication) {
-  if ((type == nullptr && name == nullptr) || key == nullptr) return -3;
-  return ForEachStream(
+  if ((type == nullptr && name == nullptr) || key == nullptr || !zolo::IsValidUtf8(key)) return -3;
+  return zolo::UpdateStreams(
       [&](std::vector<Stream*>* s) { return Stream::QueryByTypeName(type, name, true, s); },
       [&](Stream* s) {
         if (authentication)
           s->UpdateAuthentication(key, value);
         else
           s->UpdateParameter(key, value);
-      });
+      },
+      false);
 }
 
 int AppendMetadata(const std::vector<StreamMetadata*>& rows, int id,
@@ -67,35 +76,44 @@ int AppendMetadata(const std::vector<StreamMetadata*>& rows, int id,
 
 int zm_set_stream_destination(const char* name, const char* destination) {
   if (name == nullptr) return -3;
-  int result = ForEachStream(
+  if (destination != nullptr && !zolo::IsValidUtf8(destination)) return -3;
+  int result = zolo::UpdateStreams(
       [name](std::vector<Stream*>* s) { return Stream::QueryByTypeName(nullptr, name, true, s); },
       [destination](Stream* s) {
         zolo::RequireText(destination);
         s->destination(destination);
-      });
-  if (result != 0) return result;
-  if (g_strcmp0(name, "preview") != 0) return 0;
+      },
+      false);
+  if (result == -5) return result;
+  if (g_strcmp0(name, "preview") != 0) return result;
   zolo::RequireText(destination);
   UrlParser::Url preview(destination);
-  ForEachStream([](std::vector<Stream*>* s) { return Stream::QueryByPattern("preview_", true, s); },
-                [&preview](Stream* s) {
-                  UrlParser::Url own(s->destination());
-                  own.port = preview.port;
-                  own.user = preview.user;
-                  own.password = preview.password;
-                  s->destination(own.ToString());
-                });
-  return 0;
+  int companions = zolo::UpdateStreams(
+      [](std::vector<Stream*>* s) { return Stream::QueryByPattern("preview_", true, s); },
+      [&preview](Stream* s) {
+        std::string own;
+        if (!WithAccessOf(s->destination(), preview, &own)) return false;
+        s->destination(own);
+        return true;
+      },
+      false);
+  return result != 0 ? result : companions == -1 ? -1 : 0;
 }
 
 int zm_set_schedule_stream_destination(const std::vector<std::string>& destinations) {
   if (destinations.empty()) return -3;
+  for (const std::string& destination : destinations)
+    if (!zolo::IsValidUtf8(destination.c_str())) return -3;
   size_t next = 0;
-  return ForEachStream([](std::vector<Stream*>* s) { return Stream::QueryByPattern("%sched%", s); },
-                       [&](Stream* s) {
-                         if (next >= destinations.size() || s->suspend() || !s->enable()) return;
-                         s->destination(destinations[next++]);
-                       });
+  // Only the streams that receive a destination are written.
+  return zolo::UpdateStreams(
+      [](std::vector<Stream*>* s) { return Stream::QueryByPattern("%sched%", s); },
+      [&](Stream* s) {
+        if (next >= destinations.size() || s->suspend() || !s->enable()) return false;
+        s->destination(destinations[next++]);
+        return true;
+      },
+      false);
 }
 
 int zm_set_stream_param(const char* type, const char* name, const char* key, int value) {
@@ -103,7 +121,7 @@ int zm_set_stream_param(const char* type, const char* name, const char* key, int
 }
 
 int zm_set_stream_param(const char* type, const char* name, const char* key, const char* value) {
-  if (value == nullptr) return -3;
+  if (value == nullptr || !zolo::IsValidUtf8(value)) return -3;
   return SetStreamValue(type, name, key, std::string(value), false);
 }
 
@@ -112,12 +130,14 @@ int zm_set_stream_auth(const char* type, const char* name, const char* key, int 
 }
 
 int zm_set_stream_auth(const char* type, const char* name, const char* key, const char* value) {
-  if (value == nullptr) return -3;
+  if (value == nullptr || !zolo::IsValidUtf8(value)) return -3;
   return SetStreamValue(type, name, key, std::string(value), true);
 }
 
 int zm_add_stream_metadata_key(const char* key, const char* default_value) {
   zolo::RequireText(key);
+  if (!zolo::IsValidUtf8(key) || (default_value != nullptr && !zolo::IsValidUtf8(default_value)))
+    return -3;
   StreamMetadataKey metadata_key(key);
   if (metadata_key.Add() < 0) return -1;
   zolo::RequireText(default_value);
@@ -126,6 +146,7 @@ int zm_add_stream_metadata_key(const char* key, const char* default_value) {
 }
 
 int zm_set_stream_metadata_key(int id, const char* key) {
+  if (key != nullptr && !zolo::IsValidUtf8(key)) return -3;
   StreamMetadata* row = nullptr;
   if (StreamMetadata::QueryById(id, &row) < 0) return -1;
   int result = 0;
@@ -138,6 +159,7 @@ int zm_set_stream_metadata_key(int id, const char* key) {
 }
 
 int zm_set_stream_metadata(int id, const char* value) {
+  if (value != nullptr && !zolo::IsValidUtf8(value)) return -3;
   StreamMetadata* row = nullptr;
   if (StreamMetadata::QueryById(id, &row) < 0) return -1;
   int result = 0;

@@ -78,18 +78,16 @@ bool Matches(const cJSON* item, Kind kind) {
          (kind == Kind::kText ? cJSON_IsString(item) != 0 : cJSON_IsNumber(item) != 0);
 }
 
-// True when every required key is present with a value of its kind.
+// True when every required key is present, whatever its value: a value of another kind
+// reads as 0 or empty text, but never drops the signal.
 template <size_t N>
 bool Complete(const cJSON* root, const Field (&fields)[N]) {
-  for (const Field& field : fields) {
-    if (!field.required) continue;
-    const cJSON* item = cJSON_GetObjectItem(root, field.key);
-    if (item == nullptr || !Matches(item, field.kind)) return false;
-  }
+  for (const Field& field : fields)
+    if (field.required && cJSON_GetObjectItem(root, field.key) == nullptr) return false;
   return true;
 }
 
-// Copies the fields into `record`; optional fields that are absent or of another kind stay 0.
+// Copies the fields into `record`; fields that are absent or of another kind stay 0 or empty.
 template <size_t N>
 void Fill(const cJSON* root, const Field (&fields)[N], void* record) {
   auto* base = static_cast<unsigned char*>(record);
@@ -290,12 +288,13 @@ constexpr Field kMixerResolution[] = {TEXT(MixerResolution, "Name", name),
 
 using WebrtcContent = media_sig_webrtc_content;
 constexpr Field kWebrtcContent[] = {TEXT(WebrtcContent, "Name", name),
-                                    // Checked to be a string; copied by CopyContent below.
-                                    Field{"Content", Kind::kText, 0, 0, true}};
+                                    // Copied by CopyContent below.
+                                    PRESENT("Content")};
 
-// "Content" has no fixed limit: it gets an allocation of its own.
+// "Content" has no fixed limit: it gets an allocation of its own (empty when not a string).
 bool CopyContent(const cJSON* root, WebrtcContent* record) {
-  const char* content = cJSON_GetObjectItem(root, "Content")->valuestring;
+  const cJSON* item = cJSON_GetObjectItem(root, "Content");
+  const char* content = cJSON_IsString(item) ? item->valuestring : "";
   size_t length = std::strlen(content);
   record->content = new char[length + 1]();
   std::memcpy(record->content, content, length);
@@ -309,22 +308,25 @@ void ReleaseWebrtcContent(void* record) {
 }
 
 // "Restart" is optional (false when absent); each "Streams" item gives one stream record
-// with its "Name" and "Destination" (empty when missing).
+// with its "Name" and "Destination" (empty when missing). "Streams" must be present; a value
+// that is not an array gives no streams.
 using Status = media_sig_status;
 constexpr Field kStatus[] = {TEXT(Status, "State", state),
                              Field{"Streams", Kind::kPresent, 0, 0, true}};
 
 bool CopyStreams(const cJSON* root, Status* record) {
   const cJSON* streams = cJSON_GetObjectItem(root, "Streams");
-  if (!cJSON_IsArray(streams)) return false;
-  record->streams.reserve(static_cast<size_t>(cJSON_GetArraySize(streams)));
-  for (const cJSON* item = streams->child; item != nullptr; item = item->next) {
-    zm_stream& stream = record->streams.emplace_back();  // value-initialised: all zero
-    const cJSON* name = cJSON_GetObjectItem(item, "Name");
-    const cJSON* destination = cJSON_GetObjectItem(item, "Destination");
-    if (cJSON_IsString(name)) CopyText(stream.name, sizeof stream.name, name->valuestring);
-    if (cJSON_IsString(destination))
-      CopyText(stream.destination, sizeof stream.destination, destination->valuestring);
+  if (cJSON_IsArray(streams)) {
+    // Sized once: every record value-initialised (all zero) in one allocation.
+    record->streams.resize(static_cast<size_t>(cJSON_GetArraySize(streams)));
+    zm_stream* stream = record->streams.data();
+    for (const cJSON* item = streams->child; item != nullptr; item = item->next, ++stream) {
+      const cJSON* name = cJSON_GetObjectItem(item, "Name");
+      const cJSON* destination = cJSON_GetObjectItem(item, "Destination");
+      if (cJSON_IsString(name)) CopyText(stream->name, sizeof stream->name, name->valuestring);
+      if (cJSON_IsString(destination))
+        CopyText(stream->destination, sizeof stream->destination, destination->valuestring);
+    }
   }
   const cJSON* restart = cJSON_GetObjectItem(root, "Restart");
   record->restart = cJSON_IsTrue(restart) || (cJSON_IsNumber(restart) && restart->valueint != 0);

@@ -21,8 +21,13 @@ bool Url::Parse(const std::string& text) {
       static_cast<GUriFlags>(G_URI_FLAGS_HAS_PASSWORD | G_URI_FLAGS_ENCODED | G_URI_FLAGS_NON_DNS);
   if (!g_uri_split_with_user(text.c_str(), flags, &scheme_part, &user_part, &password_part, nullptr,
                              &host_part, &port_number, &path_part, &query_part, &fragment_part,
-                             nullptr))
+                             nullptr)) {
+    // A failed split may still have filled some parts.
+    for (gchar* part :
+         {scheme_part, user_part, password_part, host_part, path_part, query_part, fragment_part})
+      g_free(part);
     return false;
+  }
   scheme = Take(scheme_part);
   user = Take(user_part);
   password = Take(password_part);
@@ -41,7 +46,9 @@ std::string Url::ToString() const {
   if (!host.empty()) {
     text += "//";
     if (!user.empty()) text += user + ":" + password + "@";
-    text += host;
+    // An IPv6 literal keeps the brackets the parser took off.
+    bool ipv6 = host.find(':') != std::string::npos && host.front() != '[';
+    text += ipv6 ? "[" + host + "]" : host;
     if (!port.empty()) text += ":" + port;
   }
   if (!path.empty()) text += "/" + path;

@@ -142,6 +142,70 @@ TEST_F(BusTest, LongRepliesAreCutAndTerminated) {
   EXPECT_EQ(std::string(buffer), big.substr(0, BUS_REPLY_BUFFER_SIZE - 1));
 }
 
+// A stalled call holds up no other: each call ends at its own timeout.
+TEST_F(BusTest, CallsRunConcurrentlyEachBoundByItsOwnTimeout) {
+  sim_.Force("stop", Forced{Forced::kNoReply, 0, 0, ""});
+  std::atomic<bool> stalled_done{false};
+  std::thread stalled([&] {
+    EXPECT_EQ(Call("stop", nullptr, nullptr, 2), BUS_ETIMEDOUT);
+    stalled_done = true;
+  });
+  ASSERT_TRUE(sim_.WaitForRequests("stop", 1, 3000));
+  EXPECT_EQ(Call("get_state", nullptr, nullptr, 2), 0);
+  EXPECT_FALSE(stalled_done.load()) << "the healthy call waited for the stalled one";
+  stalled.join();
+
+  // Four stalled calls of 1 s each, side by side, take about 1 s, not 4.
+  auto start = std::chrono::steady_clock::now();
+  std::vector<std::thread> calls;
+  for (int i = 0; i < 4; ++i)
+    calls.emplace_back([&] { EXPECT_EQ(Call("stop", nullptr, nullptr, 1), BUS_ETIMEDOUT); });
+  for (auto& call : calls) call.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(3000));
+}
+
+TEST_F(BusTest, WholeRepliesAndLateRepliesDropped) {
+  std::string big = R"({"code":0,"x":")" + std::string(64 << 10, 'x') + R"("})";
+  sim_.Force("get_state", Forced{Forced::kNoCode, 0, 0, big});
+  char* reply = nullptr;
+  size_t length = 0;
+  ASSERT_EQ(bus_method_call(client_, "media", "get_state", nullptr, 0, &reply, &length, 2), 0);
+  ASSERT_NE(reply, nullptr);
+  EXPECT_EQ(length, big.size());
+  EXPECT_EQ(std::string(reply), big);
+  free(reply);
+
+  // Replies of 1 MiB that come after their calls gave up are not kept.
+  sim_.Force("stop", Forced{Forced::kNoCode, 0, 1300,
+                            R"({"code":0,"x":")" + std::string(1 << 20, 'x') + R"("})"});
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(Call("stop", nullptr, nullptr, 1), BUS_ETIMEDOUT);
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  EXPECT_EQ(Call("get_state", nullptr, nullptr), 0);
+  EXPECT_EQ(bus_client_queued_messages(client_), 0u);
+}
+
+TEST_F(BusTest, TextThatIsNotUtf8NeverStallsTheBus) {
+  EXPECT_EQ(Call("set_backup_mode", "{\"x\":\"\xff\"}", nullptr), BUS_ERROR);
+  EXPECT_TRUE(sim_.Requests("set_backup_mode").empty());
+  // A reply the engine cannot send becomes an error reply, not a silent timeout.
+  sim_.Force("get_state", Forced{Forced::kNoCode, 0, 0, "{\"code\":0,\"x\":\"\xc3\"}"});
+  EXPECT_EQ(Call("get_state", nullptr, nullptr, 20), BUS_ERROR);
+  sim_.Unforce("get_state");
+  EXPECT_EQ(Call("get_state", nullptr, nullptr), 0);
+}
+
+TEST_F(BusTest, SignalsAndCallsResumeAfterTheBusItselfRestarts) {
+  ASSERT_EQ(bus_signal_subscribe(client_, "media", "media_crashed", Record), 0);
+  sim_.Stop();
+  ASSERT_TRUE(bus_->Restart());
+  ASSERT_EQ(sim_.Start(), 0);
+  // The client reconnects by itself; signals flow again once it has.
+  for (int i = 0; i < 100 && !received_.WaitFor(1, 100); ++i)
+    sim_.Emit("media_crashed", R"({"Code":1})");
+  EXPECT_TRUE(received_.WaitFor(1));
+  EXPECT_EQ(Call("get_state", nullptr, nullptr), 0);
+}
+
 TEST_F(BusTest, BadArgumentsAreRefused) {
   char buffer[BUS_REPLY_BUFFER_SIZE];
   int length;

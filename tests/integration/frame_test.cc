@@ -4,7 +4,10 @@
 #include <zolo_model/media_model.h>
 #include <zolo_model/media_setting.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "engine_fixture.h"
 #include "log_capture.h"
@@ -37,8 +40,13 @@ TEST_F(FrameTest, EngineCodesMapThroughTheTable) {
 TEST_F(FrameTest, RepliesWithoutCodeEmptyOrMissingAndBusFailures) {
   sim_.Force("stop", Forced{Forced::kNoCode, 0, 0, R"({"id":1})"});
   EXPECT_EQ(zm_stop(), -1);
-  sim_.Force("stop", Forced{Forced::kNoCode, 0, 0, "not json"});
-  EXPECT_EQ(zm_stop(), -1);
+  // Only a number is a code: anything else is a failure, never success.
+  for (const char* reply :
+       {"not json", R"({"code":"0"})", R"({"code":"-1004"})", R"({"code":null})", R"({"code":[0]})",
+        R"({"code":{}})", R"({"code":true})", "[0]"}) {
+    sim_.Force("stop", Forced{Forced::kNoCode, 0, 0, reply});
+    EXPECT_EQ(zm_stop(), -1) << reply;
+  }
   sim_.Force("stop", Forced{Forced::kEmpty, 0, 0, ""});
   EXPECT_EQ(zm_stop(), 0);  // no reply text: the bus call's own result
   sim_.Force("restart", Forced{Forced::kNoReply, 0, 0, ""});
@@ -165,6 +173,41 @@ TEST_F(FrameTest, ExecuteGivesUpOnAPersistentlyBusyDatabase) {
   EXPECT_TRUE(log.HasFragment("MediaModel::Execute: Retry limit exceeded! (")) << log.Dump();
   other.exec("ROLLBACK");
   EXPECT_EQ(zm_execute_db_command("UPDATE setting SET value = '1' WHERE name = 'backup'"), 0);
+}
+
+// Replies are read whole: the member after 64 KiB of padding still counts; past 16 MiB the
+// reply is refused with a log line.
+TEST_F(FrameTest, LargeRepliesAreReadWholeUpToTheirBound) {
+  std::string pad(64 << 10, 'p');
+  sim_.Force("get_state", Forced{Forced::kNoCode, 0, 0,
+                                 R"({"pad":")" + pad + R"(","id":3,"name":"recording","code":0})"});
+  std::string name;
+  EXPECT_EQ(zm_get_state(&name), 3);
+  EXPECT_EQ(name, "recording");
+  LogCapture log;
+  sim_.Force("get_state", Forced{Forced::kNoCode, 0, 0,
+                                 R"({"code":0,"pad":")" + std::string(17 << 20, 'p') + R"("})"});
+  EXPECT_EQ(zm_get_state(nullptr), -1);
+  EXPECT_TRUE(log.HasFragment("reply of get_state too large")) << log.Dump();
+}
+
+// While a command retries against a write lock, other threads' reads still run.
+TEST_F(FrameTest, ReadsGoOnWhileAWriteRetries) {
+  SQLite::Database other(MediaModel::Instance()->database()->path(), SQLite::OPEN_READWRITE);
+  other.exec("BEGIN IMMEDIATE");
+  std::atomic<bool> writing{true};
+  std::thread writer([&] {
+    EXPECT_EQ(zm_execute_db_command("UPDATE setting SET value = '7' WHERE name = 'backup'"), 0);
+    writing = false;
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  std::string value;
+  EXPECT_EQ(zm_get_setting("backup", &value), 0);
+  EXPECT_TRUE(writing.load()) << "the read waited for the retrying write";
+  other.exec("ROLLBACK");
+  writer.join();
+  EXPECT_EQ(zm_get_setting("backup", &value), 0);
+  EXPECT_EQ(value, "7");
 }
 
 }  // namespace

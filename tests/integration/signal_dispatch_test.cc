@@ -6,11 +6,13 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "engine_fixture.h"
+#include "log_capture.h"
 
 namespace {
 
@@ -174,6 +176,44 @@ TEST_F(SignalDispatchTest, AStormWhileRegisteringAndUnregisteringIsHarmless) {
   for (int i = 0; i < 100 && g_storm_calls.load() == 0; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   EXPECT_GE(g_storm_calls.load(), 1);
+}
+
+TEST_F(SignalDispatchTest, OptionsChangeFreelyDuringAStorm) {
+  ASSERT_EQ(zm_register_signal("audio_level", CountStorm), 0);
+  g_storm_calls = 0;
+  std::atomic<bool> done{false};
+  std::thread emitter([&] {
+    for (int i = 0; i < 2000; ++i)
+      sim_.Emit("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
+    done = true;
+  });
+  // New keys make the table grow while the signal thread reads option 0.
+  for (int i = 0; !done; ++i) {
+    ASSERT_EQ(zm_set_opt(0, i % 2), 0);
+    ASSERT_EQ(zm_set_opt(1000 + i % 5000, i), 0);
+  }
+  emitter.join();
+  ASSERT_EQ(zm_set_opt(0, 1), 0);
+  for (int i = 0; i < 200 && g_storm_calls.load() < 1; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_GE(g_storm_calls.load(), 1);
+}
+
+void Throwing(const char*, void*, void*) {
+  throw std::out_of_range("map::at");
+}
+
+TEST_F(SignalDispatchTest, AThrowingCallbackIsLoggedAndDeliveryGoesOn) {
+  zolo::test::LogCapture log;
+  ASSERT_EQ(zm_register_signal("audio_level", Throwing), 0);
+  EmitAndSettle("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
+  for (int i = 0; i < 200 && !log.HasFragment("threw: map::at"); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(log.HasFragment("callback of audio_level threw: map::at")) << log.Dump();
+  ASSERT_EQ(zm_register_signal("audio_level", OnAudioLevel), 0);
+  EmitAndSettle("audio_level", R"({"Name":"in2","Level":-3,"Left":-1,"Right":-2})");
+  ASSERT_TRUE(seen_.WaitFor(1));
+  EXPECT_EQ(seen_.texts[0], "in2:-3");
 }
 
 }  // namespace

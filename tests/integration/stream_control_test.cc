@@ -182,4 +182,21 @@ TEST_F(StreamControlTest, EnableSuspendAndRemoveKeepTheEngineInformed) {
   EXPECT_EQ(zm_remove_stream(0), -3);
 }
 
+// A flag the database refuses to store is a failure and is not announced to the engine.
+TEST_F(StreamControlTest, RefusedFlagWritesAreNeitherSuccessNorAnnounced) {
+  for (const char* refusal : {"PRAGMA query_only = ON",
+                              "CREATE TRIGGER refuse BEFORE UPDATE ON stream "
+                              "BEGIN SELECT RAISE(ABORT, 'refused'); END;"}) {
+    Exec(refusal);
+    sim_.ClearRequests();
+    EXPECT_EQ(zm_enable_stream("rtmp1", 1), -1) << refusal;
+    EXPECT_EQ(zm_enable_stream("sched%", 1, 1, 1), -1) << refusal;
+    EXPECT_EQ(zm_suspend_stream("sched-rtmp1", 1), -1) << refusal;
+    EXPECT_TRUE(sim_.Requests("change_media_data").empty()) << refusal;
+    Exec(std::string(refusal).find("PRAGMA") == 0 ? "PRAGMA query_only = OFF"
+                                                  : "DROP TRIGGER refuse");
+    EXPECT_FALSE(Enabled("rtmp1"));
+  }
+}
+
 }  // namespace

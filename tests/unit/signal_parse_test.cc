@@ -124,18 +124,15 @@ TEST_P(EverySignal, CompletePayloadGivesARecordAndEachRequiredKeyIsNeeded) {
   c.release(record);
   for (const char* key : c.required) {
     EXPECT_EQ(c.parse(Without(c.payload, key).c_str()), nullptr) << "without " << key;
-    // A value of the wrong kind is as good as none: numbers for texts, texts for numbers.
+    // A value of the wrong kind still gives a record: presence is all a key needs.
     cJSON* full = cJSON_Parse(c.payload);
     cJSON* other = cJSON_IsString(cJSON_GetObjectItem(full, key)) ? cJSON_CreateNumber(1)
                                                                   : cJSON_CreateString("1");
     cJSON_Delete(full);
     std::string wrong = WithValue(c.payload, key, other);
     void* odd = c.parse(wrong.c_str());
-    if (std::string(key) == "Stream" || std::string(key) == "Streams") {
-      c.release(odd);  // presence is all that these two need
-    } else {
-      EXPECT_EQ(odd, nullptr) << "wrong kind for " << key;
-    }
+    EXPECT_NE(odd, nullptr) << "wrong kind for " << key;
+    c.release(odd);
   }
 }
 
@@ -244,7 +241,33 @@ TEST(SignalFields, StatusBuildsOneStreamRecordPerItem) {
   EXPECT_STREQ(status->streams[1].destination, "");
   EXPECT_EQ(status->streams[1].id, 0);
   EXPECT_STREQ(status->streams[3].destination, "rtmp://x/live");
-  EXPECT_EQ(media_sig_status_parser(R"({"State":"idle","Streams":{}})"), nullptr);
+  Parsed<media_sig_status> no_array(media_sig_status_parser, media_sig_status_releaser,
+                                    R"({"State":7,"Streams":{}})");
+  ASSERT_NE(no_array.record, nullptr);
+  EXPECT_STREQ(no_array->state, "");
+  EXPECT_TRUE(no_array->streams.empty());
+}
+
+// Values of another kind read as 0 (a flag only for the number 1) or empty text.
+TEST(SignalFields, MistypedValuesReadAsZeroOrEmpty) {
+  Parsed<media_sig_audio_level> level(media_sig_audio_level_parser, media_sig_audio_level_releaser,
+                                      R"({"Name":7,"Level":"5","Left":null,"Right":[1]})");
+  ASSERT_NE(level.record, nullptr);
+  EXPECT_STREQ(level->name, "");
+  EXPECT_EQ(level->level, 0);
+  EXPECT_EQ(level->left, 0);
+  Parsed<media_sig_channel_status> status(
+      media_sig_channel_status_parser, media_sig_channel_status_releaser,
+      R"({"Id":"3","Name":"HDMI-1","Status":{},"Capture":true})");
+  ASSERT_NE(status.record, nullptr);
+  EXPECT_EQ(status->id, 0);
+  EXPECT_STREQ(status->name, "HDMI-1");
+  EXPECT_FALSE(status->capture);
+  Parsed<media_sig_webrtc_content> content(media_sig_webrtc_content_parser,
+                                           media_sig_webrtc_content_releaser,
+                                           R"({"Name":"w1","Content":{"sdp":1}})");
+  ASSERT_NE(content.record, nullptr);
+  EXPECT_STREQ(content->content, "");
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 // Destinations, parameters, authentication and metadata of streams, and the URL parser.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 #include <zolo/media.h>
+#include <zolo_model/database.h>
 #include <zolo_model/media_model.h>
 
 #include <string>
@@ -35,6 +37,43 @@ TEST_F(StreamSettingsTest, PreviewDestinationCarriesPortAndCredentialsToItsCompa
   EXPECT_EQ(zm_set_stream_destination("no such stream", "x"), 0);
   EXPECT_EQ(zm_set_stream_destination(nullptr, "x"), -3);
   EXPECT_THROW(zm_set_stream_destination("rtmp1", nullptr), std::logic_error);
+}
+
+TEST_F(StreamSettingsTest, CompanionsKeepTheirOwnAddressExactly) {
+  ASSERT_EQ(zm_set_stream_destination("preview1", "rtsp://[fe80::1]:8554/p/q?x=1#f"), 0);
+  ASSERT_EQ(zm_set_stream_destination("preview2", "rtsp://cam.local:8554x/p"), 0);
+  ASSERT_EQ(zm_set_stream_destination("preview", "rtsp://u:p@10.0.0.9:9000/main"), 0);
+  EXPECT_STREQ(One("preview1").destination, "rtsp://u:p@[fe80::1]:9000/p/q?x=1#f");
+  EXPECT_STREQ(One("preview2").destination, "rtsp://cam.local:8554x/p");  // does not parse
+  EXPECT_EQ(zm_set_stream_destination("preview", "rtsp://h/\xff"), -3);
+  EXPECT_STREQ(One("preview").destination, "rtsp://u:p@10.0.0.9:9000/main");
+}
+
+TEST_F(StreamSettingsTest, ScheduleDestinationsWriteOnlyTheStreamsThatReceiveOne) {
+  ASSERT_EQ(zm_execute_db_command("CREATE TABLE writes (n INTEGER); INSERT INTO writes VALUES (0);"
+                                  "CREATE TRIGGER count_writes AFTER UPDATE ON stream "
+                                  "BEGIN UPDATE writes SET n = n + 1; END;"),
+            0);
+  ASSERT_EQ(zm_set_schedule_stream_destination({"rtmp://one/a"}), 0);
+  SQLite::Database db(MediaModel::Instance()->database()->path(), SQLite::OPEN_READONLY);
+  EXPECT_EQ(db.execAndGet("SELECT n FROM writes").getInt(), 1);
+}
+
+// A write the database refuses is reported, whether it is read-only or a trigger aborts.
+TEST_F(StreamSettingsTest, RefusedWritesAreFailures) {
+  const char* refusals[] = {"PRAGMA query_only = ON",
+                            "CREATE TRIGGER refuse BEFORE UPDATE ON stream "
+                            "BEGIN SELECT RAISE(ABORT, 'refused'); END;"};
+  const char* undo[] = {"PRAGMA query_only = OFF", "DROP TRIGGER refuse"};
+  for (int i = 0; i < 2; ++i) {
+    ASSERT_EQ(zm_execute_db_command(refusals[i]), 0);
+    EXPECT_EQ(zm_set_stream_destination("rtmp1", "rtmp://b/c"), -1) << refusals[i];
+    EXPECT_EQ(zm_set_stream_param("network", "srt1", "latency", 9), -1) << refusals[i];
+    EXPECT_EQ(zm_set_stream_auth("network", "srt1", "passphrase", "x"), -1) << refusals[i];
+    EXPECT_EQ(zm_set_schedule_stream_destination({"rtmp://one/a"}), -1) << refusals[i];
+    ASSERT_EQ(zm_execute_db_command(undo[i]), 0);
+    EXPECT_STREQ(One("rtmp1").destination, "rtmp://0.0.0.0/fake");
+  }
 }
 
 TEST_F(StreamSettingsTest, ScheduleDestinationsSkipSuspendedAndDisabledStreams) {
@@ -129,6 +168,8 @@ INSTANTIATE_TEST_SUITE_P(
                     UrlCase{"ndi://0.0.0.0", "ndi", "", "0.0.0.0", "", "", "ndi://0.0.0.0"},
                     UrlCase{"file:///media/SD/a.mp4", "file", "", "", "", "media/SD/a.mp4",
                             "file:/media/SD/a.mp4"},
+                    UrlCase{"rtsp://[fe80::1]:8554/p", "rtsp", "", "fe80::1", "8554", "p",
+                            "rtsp://[fe80::1]:8554/p"},
                     UrlCase{"relative/path", "", "", "", "", "relative/path", "/relative/path"},
                     UrlCase{"", "", "", "", "", "", ""}));
 

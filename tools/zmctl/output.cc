@@ -1,5 +1,7 @@
 #include "output.h"
 
+#include <zolo/media.h>
+
 #include <cjson/cJSON.h>
 
 #include <algorithm>
@@ -89,29 +91,8 @@ void Output::Message(const std::string& message) const {
   std::cout << message << '\n';
 }
 
-std::string ResultMeaning(int code) {
-  struct Meaning {
-    int code;
-    const char* text;
-  };
-  static constexpr Meaning kMeanings[] = {
-      {0, "success"},
-      {-1, "general failure (bus, database or unknown engine code)"},
-      {-2, "request refused"},
-      {-3, "missing or bad argument, or unknown name"},
-      {-4, "the media engine is not in a state that allows this"},
-      {-5, "object or setting not found"},
-      {-6, "the bus gave no answer in time"},
-  };
-  for (const auto& meaning : kMeanings)
-    if (meaning.code == code) return meaning.text;
-  if (code <= -7 && code >= -15)
-    return "refused by the media engine (code " + std::to_string(code) + ")";
-  return "unknown result";
-}
-
 int Fail(const std::string& what, int code) {
-  std::cerr << "zmctl: " << what << " failed: " << code << " (" << ResultMeaning(code) << ")\n";
+  std::cerr << "zmctl: " << what << " failed: " << code << " (" << zm_strerror(code) << ")\n";
   return 1;
 }
 

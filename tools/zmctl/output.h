@@ -25,8 +25,6 @@ class Output {
   bool json_;
 };
 
-// Meaning of a library result code, for error messages.
-std::string ResultMeaning(int code);
 // Prints "zmctl: <what> failed: <code> (<meaning>)" to stderr and returns exit status 1.
 int Fail(const std::string& what, int code);
 

@@ -92,8 +92,9 @@ ZM_EXPORT int zm_stop_network_streams(const char* name, std::vector<zm_stream>* 
 // Live status of the running streams (name, type, destination, duration, error).
 ZM_EXPORT int zm_get_streaming_status(std::vector<zm_stream>* out);
 
-// Stream flags in the database, each change announced to the engine. -3 for a null name or
-// pattern; -5 when the query fails.
+// Stream flags in the database, each written change announced to the engine. -3 for a null
+// name or pattern; -5 when the query fails; -1 when the database refused a write (that
+// stream is not announced; the others are still written).
 // Sets the first enable flag of the streams named `name`; "preview" also sets the flag of
 // the streams matching "preview_" (without announcing them).
 ZM_EXPORT int zm_enable_stream(const char* name, int enable);
@@ -109,15 +110,19 @@ ZM_EXPORT int zm_remove_stream(int id);
 // Destinations, parameters and metadata: database changes only; the engine reads them when
 // it next loads its configuration.
 // Sets the destination of every stream named `name`. For "preview", the streams matching
-// "preview_" take the new port, user and password (keeping their own scheme, host and
-// path). 0; -3 for a null name; -5 when the query fails. A null destination throws
-// std::logic_error once a stream is found.
+// "preview_" take the new port, user and password (keeping their own scheme, host with
+// any IPv6 brackets, path, query and fragment exactly; one whose destination does not parse is left
+// as it is). 0; -3 for a null name or a destination that is not UTF-8; -5 when the query fails; -1
+// when the database refused a write. A null destination throws std::logic_error once a stream is
+// found.
 ZM_EXPORT int zm_set_stream_destination(const char* name, const char* destination);
-// Hands the destinations in order to the enabled, not suspended schedule streams. 0; -3 for
-// an empty list; -5 when the query fails.
+// Hands the destinations in order to the enabled, not suspended schedule streams; only the
+// streams that receive one are written. 0; -3 for an empty list or a text that is not UTF-8;
+// -5 when the query fails; -1 when the database refused a write.
 ZM_EXPORT int zm_set_schedule_stream_destination(const std::vector<std::string>& destinations);
 // Sets parameter / authentication value `key` of the streams of `type` and `name` (either
-// may be null, not both). 0; -3; -5 when the query fails.
+// may be null, not both). 0; -3 (also for text that is not UTF-8); -5 when the query fails;
+// -1 when the database refused a write.
 ZM_EXPORT int zm_set_stream_param(const char* type, const char* name, const char* key, int value);
 ZM_EXPORT int zm_set_stream_param(const char* type, const char* name, const char* key,
                                   const char* value);
@@ -132,12 +137,14 @@ struct zm_metadata {
   char value[4096];
 };
 
-// Adds key `key` with a default row holding `default_value`. 0, or -1. Null texts throw
-// std::logic_error.
+// Adds key `key` with a default row holding `default_value`. 0, -1, or -3 for text that is
+// not UTF-8. Null texts throw std::logic_error.
 ZM_EXPORT int zm_add_stream_metadata_key(const char* key, const char* default_value);
-// Renames the key of row `id` (for every row using it) when `key` is given. 0, or -1.
+// Renames the key of row `id` (for every row using it) when `key` is given. 0, -1, or -3
+// for text that is not UTF-8.
 ZM_EXPORT int zm_set_stream_metadata_key(int id, const char* key);
-// Sets the value of row `id` when `value` is given. 0, or -1.
+// Sets the value of row `id` when `value` is given. 0, -1, or -3 for text that is not
+// UTF-8.
 ZM_EXPORT int zm_set_stream_metadata(int id, const char* value);
 // Removes key `id` and its rows. 0, or -1.
 ZM_EXPORT int zm_remove_stream_metadata_key(int id);

@@ -5,9 +5,13 @@
 // D-Bus method m of interface "zolo.X" (one string in, one string out), its signal s the
 // D-Bus signal s of interface "zolo.X.Signal" with one string. A connected client runs one
 // dispatch thread that delivers subscribed signals to the handler with the path
-// "<service>/signal/<name>/<serial>". Method calls use a connection of their own and may come
-// from any thread, also from inside a signal handler.
+// "<service>/signal/<name>/<serial>"; when the bus itself goes away the thread reconnects
+// with backoff and restores every subscription. Method calls run on a small pool of
+// connections of their own, so calls from several threads (also from inside a signal
+// handler) run at the same time and each ends at its own timeout.
 #pragma once
+
+#include <stddef.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -47,13 +51,24 @@ int bus_disconnect(bus_client* client);
 int bus_client_set_user_data(bus_client* client, void* user_data);
 
 // Calls `method` of `service` with `request` (`request_length` bytes; null or empty sends
-// "") and waits at most `timeout` seconds (0: 25 s). The reply text is copied into `reply`
-// (BUS_REPLY_BUFFER_SIZE bytes, always zero-terminated, cut to fit with a log line) and its
-// length stored in `*reply_length`; both may be null when the reply is not wanted.
-// 0, BUS_ERROR, BUS_EINVAL or BUS_ETIMEDOUT. Thread-safe.
+// "") and waits at most `timeout` seconds (0: 25 s). The whole reply text is handed over in
+// `*reply` (zero-terminated, free with free(); null when there was none) with its length in
+// `*reply_length`; both may be null when the reply is not wanted. A request that is not
+// valid UTF-8 is refused (BUS_ERROR, logged) before anything is sent. A reply arriving after
+// the timeout is dropped. 0, BUS_ERROR, BUS_EINVAL or BUS_ETIMEDOUT. Thread-safe.
+int bus_method_call(bus_client* client, const char* service, const char* method,
+                    const char* request, int request_length, char** reply, size_t* reply_length,
+                    unsigned timeout);
+
+// bus_method_call with the reply copied into `reply` (BUS_REPLY_BUFFER_SIZE bytes, always
+// zero-terminated, cut to fit with a log line); `*reply_length` is the copied length.
 int bus_method_call_sync(bus_client* client, const char* service, const char* method,
                          const char* request, int request_length, char* reply, int* reply_length,
                          unsigned timeout);
+
+// Messages the client has received but not delivered or dropped yet (diagnostics: stays
+// small whatever arrives late). 0 for a null client.
+size_t bus_client_queued_messages(bus_client* client);
 
 // Delivers signal `name` of `service` to `handler` (a second subscription of the name
 // replaces the handler). 0, BUS_ERROR (not connected) or BUS_EINVAL. Thread-safe.

@@ -37,10 +37,12 @@ ZM_EXPORT int MediaModel::Execute(const std::string& sql) {
     ZLOG(0, "MediaModel::Execute: Exception occurs! (%s)", "database not connected");
     return -1;
   }
-  auto lock = database->Lock();
-  NoBusyWait no_wait(database->raw(), database->busy_timeout_ms());
+  // The connection is locked per attempt only, so other threads' queries run during the
+  // pauses between attempts.
   for (int left = kAttempts;;) {
     try {
+      auto lock = database->Lock();
+      NoBusyWait no_wait(database->raw(), database->busy_timeout_ms());
       SQLite::Transaction transaction(database->raw());
       database->ExecScript(sql);
       transaction.commit();
