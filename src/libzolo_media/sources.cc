@@ -42,9 +42,9 @@ std::string WithMac(const std::string& url, bool keep_case, size_t drop) {
   return result;
 }
 
-// The first stream of `streams` (in id order) that serves as its channel's preview: an
-// enabled network stream whose name starts with "preview", with its first option set and
-// its second clear.
+// Whether `stream` can serve as its channel's preview (the first such stream in id order
+// does): an enabled network stream whose name starts with "preview" (case and position
+// matter), with its first option set and its second clear.
 bool IsPreviewStream(const Stream& stream) {
   return Stream::StringToType(stream.type()) == kNetworkStreamType && stream.enable() &&
          stream.enable_option(1) && !stream.enable_option(2) &&
