@@ -92,6 +92,13 @@ zmctl record stop
 wait "$watcher" || true
 step "what the engine wrote for the new recording"
 (cd "$root/var/lib/zolo/recordings" && find . -type f ! -name 'recording.db*' | sort)
+step "the inputs with their front-panel names, one connected, a channel snapshot"
+zmctl source list
+zmctl channel list
+zmctl channel connect 1 1
+zmctl channel snapshot 1 file:///var/lib/zolo/media/images/channel1.jpg --width 640 --height 360
+file "$root/var/lib/zolo/media/images/channel1.jpg" 2>/dev/null ||
+    ls -l "$root/var/lib/zolo/media/images/channel1.jpg"
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

@@ -11,6 +11,7 @@
 #include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/signal.h>
+#include <zolo/media/sources.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>

@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
   zmctl::AddStreamCommands(app, context);
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
+  zmctl::AddSourceCommands(app, context);
   if (argc >= 2 && std::strcmp(argv[1], "__complete") == 0)
     return Complete(app, argc - 2, argv + 2);
   try {
