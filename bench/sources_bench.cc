@@ -13,44 +13,17 @@
 
 #include "model_fixture.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 namespace {
 
+using zolo::bench::RawQuery;
+using zolo::bench::RawRow;
+
 constexpr int kChannels = 200;
 constexpr int kSources = 500;
 std::string g_database;
-
-struct RawRow {
-  std::vector<std::string> texts;
-  std::vector<int> numbers;
-};
-
-// With `json_columns`, those columns are also decoded as JSON, as the records' parameter and
-// authentication values need.
-void RawQuery(sqlite3_stmt* statement, std::vector<RawRow>* out,
-              const std::vector<int>& json_columns = {}) {
-  int columns = sqlite3_column_count(statement);
-  while (sqlite3_step(statement) == SQLITE_ROW) {
-    RawRow row;
-    for (int column = 0; column < columns; ++column) {
-      if (sqlite3_column_type(statement, column) == SQLITE_TEXT) {
-        const unsigned char* value = sqlite3_column_text(statement, column);
-        row.texts.emplace_back(reinterpret_cast<const char*>(value));
-      } else {
-        row.numbers.push_back(sqlite3_column_int(statement, column));
-      }
-    }
-    for (int column : json_columns) {
-      cJSON* json =
-          cJSON_Parse(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)));
-      benchmark::DoNotOptimize(cJSON_GetObjectItem(json, "latency"));
-      cJSON_Delete(json);
-    }
-    out->push_back(std::move(row));
-  }
-  sqlite3_reset(statement);
-}
 
 #define SOURCE_COLUMNS(t)                                                                \
   t ".id, " t ".name, " t ".type, " t ".category, " t ".url, " t ".sub_address, " t      \

@@ -30,6 +30,19 @@ class Session {
   int result_;
 };
 
+// Runs `call` in a library session; a failure (of the session or the call) is printed with
+// its meaning and sets the exit status. True when the call succeeded.
+template <class Call>
+bool Run(Context& context, const std::string& what, Call call) {
+  Session session;
+  int result = session.result() != 0 ? session.result() : call();
+  if (result < 0) {
+    context.status = Fail(what, result);
+    return false;
+  }
+  return true;
+}
+
 void AddStreamCommands(CLI::App& app, Context& context);
 void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);

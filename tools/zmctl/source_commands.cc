@@ -34,17 +34,6 @@ struct Args {
   double wait = 10;
 };
 
-template <class Call>
-bool Run(Context& context, const std::string& what, Call call) {
-  Session session;
-  int result = session.result() != 0 ? session.result() : call();
-  if (result < 0) {
-    context.status = Fail(what, result);
-    return false;
-  }
-  return true;
-}
-
 std::string Join(const std::vector<int32_t>& ids) {
   std::string text;
   for (int32_t id : ids) text += (text.empty() ? "" : ",") + std::to_string(id);
