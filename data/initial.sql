@@ -175,12 +175,12 @@ CREATE TABLE codec_parameter_preset (
 INSERT INTO codec_parameter_preset
   (id, name, video_codec_id, audio_codec_id, video_codec_parameter, audio_codec_parameter, builtin)
 VALUES
-  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"framerate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
-  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"framerate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"framerate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"framerate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
-  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"framerate":60}', '{"samplerate":48000,"channels":2}', 1),
-  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"framerate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
+  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"frame_rate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
+  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"frame_rate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"frame_rate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"frame_rate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
+  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"frame_rate":60}', '{"samplerate":48000,"channels":2}', 1),
+  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"frame_rate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
 
 -- Outputs of the engine. type: "file", "network", "preview", "display", "audio".
 -- parameters and authentication are JSON objects. File streams keep "bitrate" (kilobits
@@ -217,7 +217,7 @@ VALUES
   ('rtsp1', 'network', 1, 3, '', 'rtsp://0.0.0.0/fake', 1, '{"source_port": 554}', '{}'),
   ('rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 0, '{}', '{}'),
   ('srt1', 'network', 1, 3, 'ts', 'srt://0.0.0.0/fake?mode=caller', 0, '{"latency": 120, "source_port": 9000}', '{"encryption": 0, "key_length": 16, "passphrase": ""}'),
-  ('ndi1', 'network', 1, 2, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
+  ('ndi1', 'network', 1, 6, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
   ('webrtc1', 'network', 1, 3, '', 'webrtc://0.0.0.0/live', 0, '{}', '{}'),
   ('udp1', 'network', 1, 3, 'ts', 'udp://239.1.1.1:5000', 0, '{"multicast": 1, "ttl": 16, "netmask": "255.255.255.0", "netprefix": ""}', '{}'),
   ('preview', 'preview', 1, 4, '', 'rtsp://0.0.0.0:8554/preview', 1, '{}', '{}'),

@@ -34,5 +34,6 @@ void AddStreamCommands(CLI::App& app, Context& context);
 void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);
+void AddCodecCommands(CLI::App& app, Context& context);
 
 }  // namespace zmctl

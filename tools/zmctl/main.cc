@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
   zmctl::AddStreamCommands(app, context);
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
+  zmctl::AddCodecCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
