@@ -7,6 +7,7 @@
 #include <zolo_model/media_model.h>
 #include <zolo_model/stream.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -27,9 +28,10 @@ struct JsonDeleter {
 using Json = std::unique_ptr<cJSON, JsonDeleter>;
 using Preset = CodecParameterPreset;
 
+// Copies `text` into a zeroed field, cut to its capacity (as "%s" formatting would).
 template <size_t N>
 void CopyText(char (&field)[N], const std::string& text) {
-  std::snprintf(field, N, "%s", text.c_str());
+  std::memcpy(field, text.c_str(), std::min(text.size(), N - 1));
 }
 
 // A record's text up to its terminator or its capacity, whichever comes first.
