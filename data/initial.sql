@@ -225,8 +225,8 @@ VALUES
   ('preview2', 'preview', 3, 4, '', 'rtsp://0.0.0.0:8554/preview2', 1, '{}', '{}'),
   ('preview-ndi-sub', 'preview', 1, 4, '', 'ndi://0.0.0.0', 0, '{}', '{}'),
   ('display1', 'display', 1, 5, '', 'display://hdmi/0', 1, '{"brightness": 50, "contrast": 50, "saturation": 50, "hue": 0}', '{}'),
-  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "gain": 0, "type": 0}', '{}'),
-  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0}', '{}'),
+  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "mute": 0, "audio_type": 1, "gain": 0, "noise_reduction": 0}', '{}'),
+  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0, "audio_type": 0, "monitor_mode": 1, "monitor_duration_threshold": 10, "monitor_level_threshold": 60}', '{}'),
   ('sched-rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('sched-rtmp2', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('backupmeta', 'file', NULL, NULL, '', '', 0, '{}', '{}');
@@ -453,3 +453,33 @@ INSERT INTO mixer_output (mixer_id, position, stream) VALUES
 
 
 -- ===== end of mixers, layouts, assets, themes =====
+
+-- ===== audio ports =====
+
+-- Audio ports are streams of type "audio", one per port and named after it: inputs have no
+-- destination, outputs have one. File playback reaches the audio inputs as a "playback"
+-- stream. Parameters: "volume" (0-100), "mute" (0, 1), "audio_type", "gain" (dB), "noise_reduction"
+-- (level), "xlr_channel" and "xlr_power" (XLR inputs), "monitor_mode",
+-- "monitor_duration_threshold" (seconds) and "monitor_level_threshold" (dB below full
+-- scale) (outputs).
+-- The channels of the outputs are named "Audio-Out..." so that the output's audio mixer
+-- membership can be told; they are plumbing, hidden from channel lists.
+INSERT INTO channel (name, video_source_id, audio_source_id, ordinal, attribute, visible) VALUES
+  ('Audio-Out-Line1', NULL, 18, '1', 1, 0),
+  ('Audio-Out-Usb1', NULL, 17, '1', 1, 0),
+  ('Audio-Out-Hdmi1', NULL, NULL, '1', 1, 0);
+UPDATE stream SET channel_id = (SELECT id FROM channel WHERE name = 'Audio-Out-Line1')
+  WHERE name = 'audio-out1';
+
+INSERT INTO stream (name, type, channel_id, destination, enable, parameters) VALUES
+  ('xlr-in1', 'audio', 10, '', 1, '{"volume": 70, "mute": 0, "audio_type": 2, "gain": 24, "noise_reduction": 1, "xlr_channel": 0, "xlr_power": 1}'),
+  ('xlr-in2', 'audio', 10, '', 1, '{"volume": 70, "mute": 1, "audio_type": 2, "gain": -6, "noise_reduction": 0, "xlr_channel": 1, "xlr_power": 0}'),
+  ('usb-audio-in1', 'audio', 11, '', 1, '{"volume": 100, "mute": 0, "audio_type": 3}'),
+  ('audio-out2', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Usb1'), 'audio://usb-out/0', 1, '{"volume": 90, "mute": 0, "audio_type": 0, "monitor_mode": 0}'),
+  ('audio-out3', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Hdmi1'), 'audio://hdmi-out/0', 1, '{"volume": 100, "mute": 0, "audio_type": 1}'),
+  ('playback1', 'playback', 9, '', 1, '{"volume": 100, "mute": 0, "audio_type": 4}');
+
+-- The first audio mixer feeds the line output (above); the second feeds the USB output.
+INSERT INTO mixer_output (mixer_id, position, stream) VALUES (6, 0, 'audio-out2');
+
+-- ===== end of audio ports =====

@@ -8,6 +8,7 @@
 
 #include <zolo/config.h>
 #include <zolo/export.h>
+#include <zolo/media/audio.h>
 #include <zolo/media/codecs.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/signal.h>

@@ -23,5 +23,6 @@ std::string StringOf(const cJSON* object, const char* name);
 // One function per family, each in its <family>_methods.cc.
 void RegisterFrameMethods(MediaSimulator& sim);
 void RegisterStreamMethods(MediaSimulator& sim);
+void RegisterAudioMethods(MediaSimulator& sim);
 
 }  // namespace zolo::sim
