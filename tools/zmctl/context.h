@@ -35,5 +35,6 @@ void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);
 void AddCodecCommands(CLI::App& app, Context& context);
+void AddAudioCommands(CLI::App& app, Context& context);
 
 }  // namespace zmctl

@@ -20,6 +20,7 @@ int main(int argc, char** argv) {
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
   zmctl::AddCodecCommands(app, context);
+  zmctl::AddAudioCommands(app, context);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {

@@ -49,6 +49,15 @@ struct Ports {
   std::mt19937 random{20240611};
   Clock::time_point next_tick;
 
+  // A port that just joined, somewhere around a working level.
+  Port Fresh() {
+    Port port;
+    port.level = std::uniform_int_distribution<int>(-40, -20)(random);
+    port.left = port.level - 1;
+    port.right = port.level + 1;
+    return port;
+  }
+
   // The audio ports of the database: new ones join, removed ones leave.
   void Refresh(MediaSimulator& sim) {
     sim.ConnectModel();
@@ -58,7 +67,7 @@ struct Ports {
       if (Stream::QueryByTypeName(type, nullptr, true, &streams) == 0)
         for (const Stream* stream : streams) {
           auto old = ports.find(stream->name());
-          Port port = old != ports.end() ? old->second : Port{};
+          Port port = old != ports.end() ? old->second : Fresh();
           port.output = !stream->destination().empty();
           found[stream->name()] = port;
         }
