@@ -12,6 +12,7 @@
 #include <zolo/media/codecs.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/signal.h>
+#include <zolo/media/storage_info.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>

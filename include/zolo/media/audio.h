@@ -8,7 +8,7 @@
 
 // Selects an audio mixer: 0 "zolo://audio/mixer/0" (feeds the line output), 1
 // "zolo://audio/mixer/1" (feeds the USB output).
-enum ZM_AUDIO_MIXER { ZM_AUDIO_MIXER_MAIN = 0, ZM_AUDIO_MIXER_USB = 1 };
+enum ZM_AUDIO_MIXER : int { ZM_AUDIO_MIXER_MAIN = 0, ZM_AUDIO_MIXER_USB = 1 };
 
 // One audio port: the settings stored with its stream merged with the engine's live state.
 // Flat and zeroed before it is filled; texts are cut to their capacity. Members that do not
