@@ -92,6 +92,21 @@ zmctl record stop
 wait "$watcher" || true
 step "what the engine wrote for the new recording"
 (cd "$root/var/lib/zolo/recordings" && find . -type f ! -name 'recording.db*' | sort)
+step "audio ports with live levels, a volume change, presets and storage information"
+zmctl audio inputs
+zmctl audio outputs
+"$repo/build/tools/zmctl/zmctl" --sandbox "$root" signals watch audio_volume --count 1 --seconds 5 &
+watcher=$!
+pids+=("$watcher")
+sleep 0.5
+zmctl audio set-input xlr-in1 --volume 55
+wait "$watcher" || true
+zmctl audio inputs xlr-in1
+zmctl preset list
+# The NDI stream uses "My Event 1080p": at 60 frames its preview profile follows at 30.
+zmctl preset set 6 --video-param '{"width":1920,"height":1080,"frame_rate":60,"bitrate":10000,"gop":60}'
+zmctl preset list --id 4
+zmctl storage info
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"
