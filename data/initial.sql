@@ -474,7 +474,7 @@ UPDATE stream SET channel_id = (SELECT id FROM channel WHERE name = 'Audio-Out-L
 INSERT INTO stream (name, type, channel_id, destination, enable, parameters) VALUES
   ('xlr-in1', 'audio', 10, '', 1, '{"volume": 70, "mute": 0, "audio_type": 2, "gain": 24, "noise_reduction": 1, "xlr_channel": 0, "xlr_power": 1}'),
   ('xlr-in2', 'audio', 10, '', 1, '{"volume": 70, "mute": 1, "audio_type": 2, "gain": -6, "noise_reduction": 0, "xlr_channel": 1, "xlr_power": 0}'),
-  ('usb-audio-in1', 'audio', 11, '', 1, '{"volume": 100, "mute": 0, "audio_type": 3}'),
+  ('usb-audio-in1', 'audio', 10, '', 1, '{"volume": 100, "mute": 0, "audio_type": 3}'),
   ('audio-out2', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Usb1'), 'audio://usb-out/0', 1, '{"volume": 90, "mute": 0, "audio_type": 0, "monitor_mode": 0}'),
   ('audio-out3', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Hdmi1'), 'audio://hdmi-out/0', 1, '{"volume": 100, "mute": 0, "audio_type": 1}'),
   ('playback1', 'playback', 9, '', 1, '{"volume": 100, "mute": 0, "audio_type": 4}');
