@@ -6,6 +6,7 @@
 #include <zolo_model/stream.h>
 
 #include <chrono>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <random>
@@ -40,8 +41,13 @@ struct Port {
   int right = -60;
   int mode = 0;
   bool loop_through = false;
-  int below_since_ticks = 0;
+  // Output level monitoring, as last stored: on when the mode is non-zero.
+  int monitor_mode = 0;
+  int monitor_seconds = 1;
+  int monitor_level = 90;
+  int64_t below_since_ticks = 0;
   bool warning = false;
+  bool muted = false;
 };
 
 struct Ports {
@@ -69,6 +75,10 @@ struct Ports {
           auto old = ports.find(stream->name());
           Port port = old != ports.end() ? old->second : Fresh();
           port.output = !stream->destination().empty();
+          port.muted = stream->ObtainParameter("mute", 0) == 1;
+          port.monitor_mode = stream->ObtainParameter("monitor_mode", 0);
+          port.monitor_seconds = stream->ObtainParameter("monitor_duration_threshold", 1);
+          port.monitor_level = stream->ObtainParameter("monitor_level_threshold", 90);
           found[stream->name()] = port;
         }
       MediaModel::CleanQuery(&streams);
@@ -86,10 +96,18 @@ struct Ports {
     next_tick = now + std::chrono::milliseconds(kLevelTickMs);
     std::uniform_int_distribution<int> step(-3, 3);
     for (auto& [name, port] : ports) {
+      if (port.muted) {
+        port.level = port.left = port.right = -90;
+        continue;
+      }
       port.level =
           std::max(-90, std::min(0, port.level + step(random) + (port.level < -24 ? 2 : -1)));
       port.left = std::max(-90, port.level + step(random));
       port.right = std::max(-90, port.level + step(random));
+      // A monitored output warns once its level stayed below the threshold for the duration.
+      port.below_since_ticks = port.level < -port.monitor_level ? port.below_since_ticks + 1 : 0;
+      port.warning = port.output && port.monitor_mode > 0 &&
+                     port.below_since_ticks * kLevelTickMs >= int64_t{port.monitor_seconds} * 1000;
     }
     return kLevelTickMs;
   }
@@ -194,24 +212,6 @@ std::string PortsReply(const Ports& ports, bool outputs) {
   return Reply(0, reply);
 }
 
-// Outputs being monitored raise their warning while the level stays below the threshold
-// for the duration.
-void UpdateWarnings(Ports* ports) {
-  std::vector<Stream*> streams;
-  if (Stream::QueryByTypeName("audio", nullptr, true, &streams) == 0)
-    for (const Stream* stream : streams) {
-      auto found = ports->ports.find(stream->name());
-      if (found == ports->ports.end() || !found->second.output) continue;
-      Port& port = found->second;
-      int mode = stream->ObtainParameter("monitor_mode", 0);
-      int seconds = stream->ObtainParameter("monitor_duration_threshold", 1);
-      int threshold = stream->ObtainParameter("monitor_level_threshold", 90);
-      port.below_since_ticks = port.level < -threshold ? port.below_since_ticks + 1 : 0;
-      port.warning = mode > 0 && port.below_since_ticks * kLevelTickMs >= seconds * 1000;
-    }
-  MediaModel::CleanQuery(&streams);
-}
-
 }  // namespace
 
 void RegisterAudioMethods(MediaSimulator& sim) {
@@ -221,7 +221,6 @@ void RegisterAudioMethods(MediaSimulator& sim) {
     sim.Handle(outputs ? "get_audio_output_info" : "get_audio_input_info",
                [ports, outputs](const std::string&, MediaSimulator& engine) {
                  ports->Refresh(engine);
-                 if (outputs) UpdateWarnings(ports.get());
                  return PortsReply(*ports, outputs);
                });
 
