@@ -13,35 +13,18 @@
 
 #include "model_fixture.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 namespace {
+
+using zolo::bench::RawQuery;
+using zolo::bench::RawRow;
 
 constexpr int kStreams = 1000;
 std::string g_database;
 
 // The same rows and columns, read with the sqlite3 C interface.
-struct RawStream {
-  std::vector<std::string> texts;
-  std::vector<int> numbers;
-};
-
-void RawQuery(sqlite3_stmt* statement, std::vector<RawStream>* out) {
-  int columns = sqlite3_column_count(statement);
-  while (sqlite3_step(statement) == SQLITE_ROW) {
-    RawStream row;
-    for (int column = 0; column < columns; ++column) {
-      if (sqlite3_column_type(statement, column) == SQLITE_TEXT) {
-        const unsigned char* value = sqlite3_column_text(statement, column);
-        row.texts.emplace_back(reinterpret_cast<const char*>(value));
-      } else {
-        row.numbers.push_back(sqlite3_column_int(statement, column));
-      }
-    }
-    out->push_back(std::move(row));
-  }
-  sqlite3_reset(statement);
-}
 
 constexpr const char* kRawSql =
     "SELECT s.id, s.name, s.type, s.channel_id, s.codec_parameter_preset_id, s.container, "
@@ -73,7 +56,7 @@ void RunRaw(benchmark::State& state, const char* where, const char* value) {
   sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr);
   sqlite3_bind_text(statement, 1, value, -1, SQLITE_STATIC);
   for (auto _ : state) {
-    std::vector<RawStream> rows;
+    std::vector<RawRow> rows;
     RawQuery(statement, &rows);
     benchmark::DoNotOptimize(rows.data());
   }

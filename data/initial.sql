@@ -84,7 +84,9 @@ VALUES
   (16, 'Capture-Audio5', 1, 0, 'capture://audio/4', 'SC0710:RAW 00.03 0404f71d', '{"audio_delay": 0}', '{}', 1, 1, 1),
   (17, 'Usb-Audio1', 1, 5, 'alsa://hw:1,0', '', '{"audio_delay": 0}', '{}', 1, 1, 1),
   (18, 'Mix-Audio1', 1, 4, 'zolo://audio/mixer/0', '', '{}', '{}', 1, 1, 1),
-  (19, 'Line-In1', 1, 0, 'alsa://hw:0,0', '', '{"audio_delay": 0}', '{}', 1, 1, 1);
+  (19, 'Line-In1', 1, 0, 'alsa://hw:0,0', '', '{"audio_delay": 0}', '{}', 1, 1, 1),
+  (20, 'SRT-CALLER1', 0, 1, 'srt://0.0.0.0/fake?mode=caller', '', '{"latency": 120, "audio_delay": 0}', '{"encryption": 0, "key_length": 16, "passphrase": ""}', 1, 1, 1),
+  (21, 'RTMP1', 0, 3, 'rtmp://0.0.0.0/fake', '', '{"source_port": 1935, "audio_delay": 0}', '{}', 1, 1, 1);
 
 INSERT INTO user_source
   (id, name, type, category, url, parameters, authentication, fixed, available, visible)
@@ -92,11 +94,14 @@ VALUES
   (1, 'Lobby Camera', 0, 1, 'rtsp://192.168.1.64:554/stream1', '{"rotate": 0, "audio_delay": 0, "preview_dest": ""}', '{}', 1, 1, 1),
   (2, 'Remote Studio', 0, 3, 'srt://0.0.0.0:9001?mode=listener', '{"latency": 200, "source_port": 9001, "audio_delay": 0}', '{"encryption": 1, "key_length": 16, "passphrase": "change-me-please"}', 1, 1, 1),
   (3, 'Stage NDI', 0, 1, 'ndi://STAGE-PC/output', '{"rotate": 0}', '{}', 1, 1, 1),
-  (4, 'Spare SRT caller', 0, 1, 'srt://203.0.113.10:9002?mode=caller', '{"latency": 120}', '{"encryption": 0}', 1, 1, 0);
+  (4, 'Spare SRT caller', 0, 1, 'srt://203.0.113.10:9002?mode=caller', '{"latency": 120}', '{"encryption": 0}', 1, 1, 0),
+  (5, 'Field Encoder', 0, 3, 'rtmp://0.0.0.0:1935/live/field', '{"source_port": 1935, "audio_delay": 0}', '{}', 1, 1, 1),
+  (6, 'Document Camera', 0, 5, 'v4l2:///dev/video1', '{"resolution": "1920x1080", "codec": "MJPEG", "frame_rate": 30, "rotate": 0}', '{}', 1, 1, 1);
 
 -- Channels bind at most one video source, one audio source, one video user source and one
 -- audio user source; removing a source clears the link. Channels are named after the input
--- that feeds them and their number (Video-Capture2, Video-Usb1, RTSP1, SRT-LISTENER1).
+-- that feeds them and their number (Video-Capture2, Video-Usb1, RTSP1, SRT-LISTENER1); every
+-- user source has the channel its kind and number 1 name.
 CREATE TABLE channel (
   id INTEGER PRIMARY KEY,
   name TEXT NOT NULL UNIQUE,
@@ -115,10 +120,12 @@ INSERT INTO channel
 VALUES
   (1, 'Video-Capture1', 1, 12, NULL, NULL, '1', 0), (2, 'Video-Capture2', 2, 13, NULL, NULL, '2', 0),
   (3, 'Video-Capture3', 3, 14, NULL, NULL, '3', 0), (4, 'Video-Capture4', 4, 15, NULL, NULL, '4', 0),
-  (5, 'Video-Capture5', 5, 16, NULL, NULL, '5', 0), (6, 'Video-Usb1', 6, 17, NULL, NULL, '1', 0),
+  (5, 'Video-Capture5', 5, 16, NULL, NULL, '5', 0), (6, 'Video-Usb1', 6, 17, 6, NULL, '1', 0),
   (7, 'RTSP1', 7, 7, 1, NULL, '1', 0), (8, 'SRT-LISTENER1', 8, 8, 2, 2, '1', 0),
   (9, 'Movie', 9, 9, NULL, NULL, '', 0),
-  (10, 'Audio-Mix', NULL, 18, NULL, NULL, '1', 1), (11, 'Audio-Usb', NULL, 17, NULL, NULL, '1', 1);
+  (10, 'Audio-Mix', NULL, 18, NULL, NULL, '1', 1), (11, 'Audio-Usb', NULL, 17, NULL, NULL, '1', 1),
+  (12, 'NDI1', 10, 10, 3, NULL, '1', 0), (13, 'SRT-CALLER1', 20, 20, 4, 4, '1', 0),
+  (14, 'RTMP1', 21, 21, 5, 5, '1', 0);
 
 -- The sources each channel may switch to: JSON objects of id lists under "video_sources"
 -- and "audio_sources", for device sources and for user sources.
@@ -135,12 +142,15 @@ INSERT INTO channel_sources (channel_id, sources, user_sources) VALUES
   (3, '{"video_sources": [3], "audio_sources": [14, 19]}', '{"video_sources": []}'),
   (4, '{"video_sources": [4], "audio_sources": [15, 19]}', '{"video_sources": []}'),
   (5, '{"video_sources": [5], "audio_sources": [16, 19]}', '{"video_sources": []}'),
-  (6, '{"video_sources": [6], "audio_sources": [17]}', '{"video_sources": []}'),
+  (6, '{"video_sources": [6], "audio_sources": [17]}', '{"video_sources": [6]}'),
   (7, '{"video_sources": [7, 10, 11], "audio_sources": [7]}', '{"video_sources": [1, 3, 4], "audio_sources": [1]}'),
   (8, '{"video_sources": [8, 11], "audio_sources": [8]}', '{"video_sources": [2], "audio_sources": [2]}'),
   (9, '{"video_sources": [9], "audio_sources": [9]}', '{"video_sources": []}'),
   (10, '{"audio_sources": [18]}', '{}'),
-  (11, '{"audio_sources": [17]}', '{}');
+  (11, '{"audio_sources": [17]}', '{}'),
+  (12, '{"video_sources": [10], "audio_sources": [10]}', '{"video_sources": [3]}'),
+  (13, '{"video_sources": [20], "audio_sources": [20]}', '{"video_sources": [4], "audio_sources": [4]}'),
+  (14, '{"video_sources": [21], "audio_sources": [21]}', '{"video_sources": [5], "audio_sources": [5]}');
 
 -- Codecs: type 0 video, 1 audio. parameters is a JSON array of {"name", "value"} objects:
 -- the settings a codec accepts and their allowed values.
@@ -175,12 +185,12 @@ CREATE TABLE codec_parameter_preset (
 INSERT INTO codec_parameter_preset
   (id, name, video_codec_id, audio_codec_id, video_codec_parameter, audio_codec_parameter, builtin)
 VALUES
-  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"framerate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
-  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"framerate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"framerate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"framerate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
-  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"framerate":60}', '{"samplerate":48000,"channels":2}', 1),
-  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"framerate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
+  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"frame_rate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
+  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"frame_rate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"frame_rate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"frame_rate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
+  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"frame_rate":60}', '{"samplerate":48000,"channels":2}', 1),
+  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"frame_rate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
 
 -- Outputs of the engine. type: "file", "network", "preview", "display", "audio".
 -- parameters and authentication are JSON objects. File streams keep "bitrate" (kilobits
@@ -217,7 +227,7 @@ VALUES
   ('rtsp1', 'network', 1, 3, '', 'rtsp://0.0.0.0/fake', 1, '{"source_port": 554}', '{}'),
   ('rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 0, '{}', '{}'),
   ('srt1', 'network', 1, 3, 'ts', 'srt://0.0.0.0/fake?mode=caller', 0, '{"latency": 120, "source_port": 9000}', '{"encryption": 0, "key_length": 16, "passphrase": ""}'),
-  ('ndi1', 'network', 1, 2, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
+  ('ndi1', 'network', 1, 6, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
   ('webrtc1', 'network', 1, 3, '', 'webrtc://0.0.0.0/live', 0, '{}', '{}'),
   ('udp1', 'network', 1, 3, 'ts', 'udp://239.1.1.1:5000', 0, '{"multicast": 1, "ttl": 16, "netmask": "255.255.255.0", "netprefix": ""}', '{}'),
   ('preview', 'preview', 1, 4, '', 'rtsp://0.0.0.0:8554/preview', 1, '{}', '{}'),
@@ -225,8 +235,8 @@ VALUES
   ('preview2', 'preview', 3, 4, '', 'rtsp://0.0.0.0:8554/preview2', 1, '{}', '{}'),
   ('preview-ndi-sub', 'preview', 1, 4, '', 'ndi://0.0.0.0', 0, '{}', '{}'),
   ('display1', 'display', 1, 5, '', 'display://hdmi/0', 1, '{"brightness": 50, "contrast": 50, "saturation": 50, "hue": 0}', '{}'),
-  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "gain": 0, "type": 0}', '{}'),
-  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0}', '{}'),
+  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "mute": 0, "audio_type": 1, "gain": 0, "noise_reduction": 0}', '{}'),
+  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0, "audio_type": 0, "monitor_mode": 1, "monitor_duration_threshold": 10, "monitor_level_threshold": 60}', '{}'),
   ('sched-rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('sched-rtmp2', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('backupmeta', 'file', NULL, NULL, '', '', 0, '{}', '{}');
@@ -249,6 +259,23 @@ INSERT INTO stream_metadata (stream_id, key_id, value) VALUES
   (NULL, 1, 'Untitled'), (NULL, 2, ''), (NULL, 3, 'Studio A'),
   ((SELECT id FROM stream WHERE name = 'backupmeta'), 1, 'Backup recording'),
   ((SELECT id FROM stream WHERE name = 'backupmeta'), 3, 'Studio A');
+
+-- The engine's own low-rate preview of each input channel (hidden): a network stream named
+-- "preview-…", enabled with its first option set, whose address is the channel's preview
+-- URL. NDI1 has none and is previewed from its source's own address.
+INSERT INTO stream
+  (name, type, channel_id, codec_parameter_preset_id, destination, enable, enable_option1, hidden)
+VALUES
+  ('preview-capture1', 'network', 1, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/capture1', 1, 1, 1),
+  ('preview-capture2', 'network', 2, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/capture2', 1, 1, 1),
+  ('preview-capture3', 'network', 3, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/capture3', 1, 1, 1),
+  ('preview-capture4', 'network', 4, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/capture4', 1, 1, 1),
+  ('preview-capture5', 'network', 5, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/capture5', 1, 1, 1),
+  ('preview-usb1', 'network', 6, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/usb1', 1, 1, 1),
+  ('preview-rtsp1', 'network', 7, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/rtsp1', 1, 1, 1),
+  ('preview-srt-listener1', 'network', 8, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/srt-listener1', 1, 1, 1),
+  ('preview-srt-caller1', 'network', 13, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/srt-caller1', 1, 1, 1),
+  ('preview-rtmp1', 'network', 14, 4, 'rtsp://zolo-<MAC_ADDR>.local:8554/preview/rtmp1', 1, 1, 1);
 
 -- ===== end of settings, sources, channels, streams, metadata, codecs =====
 
@@ -454,3 +481,33 @@ INSERT INTO mixer_output (mixer_id, position, stream) VALUES
 
 
 -- ===== end of mixers, layouts, assets, themes =====
+
+-- ===== audio ports =====
+
+-- Audio ports are streams of type "audio", one per port and named after it: inputs have no
+-- destination, outputs have one. File playback reaches the audio inputs as a "playback"
+-- stream. Parameters: "volume" (0-100), "mute" (0, 1), "audio_type", "gain" (dB), "noise_reduction"
+-- (level), "xlr_channel" and "xlr_power" (XLR inputs), "monitor_mode",
+-- "monitor_duration_threshold" (seconds) and "monitor_level_threshold" (dB below full
+-- scale) (outputs).
+-- The channels of the outputs are named "Audio-Out..." so that the output's audio mixer
+-- membership can be told; they are plumbing, hidden from channel lists.
+INSERT INTO channel (name, video_source_id, audio_source_id, ordinal, attribute, visible) VALUES
+  ('Audio-Out-Line1', NULL, 18, '1', 1, 0),
+  ('Audio-Out-Usb1', NULL, 17, '1', 1, 0),
+  ('Audio-Out-Hdmi1', NULL, NULL, '1', 1, 0);
+UPDATE stream SET channel_id = (SELECT id FROM channel WHERE name = 'Audio-Out-Line1')
+  WHERE name = 'audio-out1';
+
+INSERT INTO stream (name, type, channel_id, destination, enable, parameters) VALUES
+  ('xlr-in1', 'audio', 10, '', 1, '{"volume": 70, "mute": 0, "audio_type": 2, "gain": 24, "noise_reduction": 1, "xlr_channel": 0, "xlr_power": 1}'),
+  ('xlr-in2', 'audio', 10, '', 1, '{"volume": 70, "mute": 1, "audio_type": 2, "gain": -6, "noise_reduction": 0, "xlr_channel": 1, "xlr_power": 0}'),
+  ('usb-audio-in1', 'audio', 10, '', 1, '{"volume": 100, "mute": 0, "audio_type": 3}'),
+  ('audio-out2', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Usb1'), 'audio://usb-out/0', 1, '{"volume": 90, "mute": 0, "audio_type": 0, "monitor_mode": 0}'),
+  ('audio-out3', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Hdmi1'), 'audio://hdmi-out/0', 1, '{"volume": 100, "mute": 0, "audio_type": 1}'),
+  ('playback1', 'playback', 9, '', 1, '{"volume": 100, "mute": 0, "audio_type": 4}');
+
+-- The first audio mixer feeds the line output (above); the second feeds the USB output.
+INSERT INTO mixer_output (mixer_id, position, stream) VALUES (6, 0, 'audio-out2');
+
+-- ===== end of audio ports =====

@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include <zolo/media.h>
+
 #include "engine_fixture.h"
 
 namespace {
@@ -117,9 +119,30 @@ TEST_F(ZmctlTest, RefusedCallsPrintTheCodeAndFail) {
   EXPECT_NE(unknown.out.find("-5 (object or setting not found)"), std::string::npos);
   EXPECT_NE(Run("stream list --id 0").status, 0);
   EXPECT_NE(Run("record start --file =x").status, 0);
-  EXPECT_NE(Run("no-such-command").status, 0);
   EXPECT_EQ(Run("--help").status, 0);
   EXPECT_EQ(Run("stream --help").status, 0);
+}
+
+// Usage errors exit 2 with the help of the command reached; --version names both versions;
+// completion offers what may follow.
+TEST_F(ZmctlTest, UsageErrorsVersionAndCompletion) {
+  struct Case {
+    const char* arguments;
+    const char* help_of;
+  } usage[] = {{"", "Subcommands:"},
+               {"no-such-command", "Subcommands:"},
+               {"stream", "set-destination"},
+               {"stream list --no-such-option", "--pattern"}};
+  for (const auto& c : usage) {
+    Result result = Run(c.arguments);
+    EXPECT_EQ(result.status, 2) << c.arguments;
+    EXPECT_NE(result.out.find(c.help_of), std::string::npos) << c.arguments << result.out;
+  }
+  Result version = Run("--version");
+  EXPECT_EQ(version.status, 0);
+  EXPECT_NE(version.out.find(std::string("library ") + zm_version()), std::string::npos);
+  EXPECT_NE(Run("__complete stream").out.find("set-destination\n"), std::string::npos);
+  EXPECT_NE(Run("__complete").out.find("--json\n"), std::string::npos);
 }
 
 }  // namespace

@@ -154,9 +154,9 @@ TEST_F(SourceModelTest, VisibleQueriesAndLookups) {
   // One device source and one user source are hidden by default; hide one channel.
   Exec("UPDATE channel SET visible = 0 WHERE name = 'Audio-Usb'");
   EXPECT_EQ(Count(&ChannelSource::QueryVisible), Count(&ChannelSource::QueryAll) - 1);
-  EXPECT_EQ(Count(&UserSource::QueryVisible), 3);
-  EXPECT_EQ(Count(&Channel::QueryVisible), 10);
-  EXPECT_EQ(Count(&ChannelSources::QueryAll), 11);
+  EXPECT_EQ(Count(&UserSource::QueryVisible), 5);
+  EXPECT_EQ(Count(&Channel::QueryVisible), 13);
+  EXPECT_EQ(Count(&ChannelSources::QueryAll), 14);
 
   // Capture video and audio share a sub-address: the first by id is found. Stored numbers
   // read back as type and category texts.
@@ -180,10 +180,10 @@ TEST_F(SourceModelTest, ChannelsCarryTheirSourcesAndStreams) {
       {8, "SRT-LISTENER1/SRT-LISTENER1/Remote Studio/Remote Studio"},
       {10, "-/Mix-Audio1/-/-"}};
   for (const auto& [id, linked] : cases) EXPECT_EQ(Linked(*ById<Channel>(id)), linked) << id;
-  // Channel 1 has 13 of the 19 streams; one of them hidden.
+  // Channel 1 has 14 of the 29 streams; two of them hidden (one by default).
   Exec("UPDATE stream SET hidden = 1 WHERE name = 'preview-ndi-sub'");
   auto capture = ById<Channel>(1);
-  EXPECT_EQ(capture->streams(false).size(), 13u);
+  EXPECT_EQ(capture->streams(false).size(), 14u);
   EXPECT_EQ(capture->streams(true).size(), 12u);
   for (auto* stream : capture->streams(true)) EXPECT_NE(stream->name(), "preview-ndi-sub");
   EXPECT_TRUE(ById<Channel>(11)->streams(false).empty());
@@ -298,7 +298,7 @@ TEST_F(SourceModelTest, ConcurrentWritersAndReaders) {
     });
   }
   for (auto& thread : threads) thread.join();
-  EXPECT_EQ(Count(&UserSource::QueryAll), 4 + kThreads * kRounds);
+  EXPECT_EQ(Count(&UserSource::QueryAll), 6 + kThreads * kRounds);
   EXPECT_EQ(ById<UserSource>(1)->ObtainStrParameter("preview_dest").rfind("/snap/", 0), 0u);
 }
 

@@ -30,10 +30,28 @@ class Session {
   int result_;
 };
 
+// Runs `call` in a library session; a failure (of the session or the call) is printed with
+// its meaning and sets the exit status. True when the call succeeded.
+template <class Call>
+bool Run(Context& context, const std::string& what, Call call) {
+  Session session;
+  int result = session.result() != 0 ? session.result() : call();
+  if (result < 0) {
+    context.status = Fail(what, result);
+    return false;
+  }
+  return true;
+}
+
 void AddStreamCommands(CLI::App& app, Context& context);
 void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);
+void AddSourceCommands(CLI::App& app, Context& context);
+void AddCodecCommands(CLI::App& app, Context& context);
+void AddAudioCommands(CLI::App& app, Context& context);
+// "storage info", added to the storage group.
+void AddStorageInfoCommand(CLI::App& storage, Context& context);
 void AddMixerConfigCommands(CLI::App& app, Context& context);
 
 }  // namespace zmctl

@@ -58,9 +58,13 @@ int main(int argc, char** argv) {
   zmctl::AddStreamCommands(app, context);
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
+  zmctl::AddSourceCommands(app, context);
+  zmctl::AddCodecCommands(app, context);
+  zmctl::AddAudioCommands(app, context);
   zmctl::AddMixerConfigCommands(app, context);
-  if (argc >= 2 && std::strcmp(argv[1], "__complete") == 0)
-    return Complete(app, argc - 2, argv + 2);
+  // "__complete" may follow the global options, as the completion script passes them on.
+  for (int i = 1; i < argc; ++i)
+    if (std::strcmp(argv[i], "__complete") == 0) return Complete(app, argc - i - 1, argv + i + 1);
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -42,18 +42,6 @@ void PrintLive(const Context& context, const std::vector<zm_stream>& streams) {
                       rows);
 }
 
-// Runs `call` in a library session; prints the failure and sets the exit status.
-template <class Call>
-bool Run(Context& context, const std::string& what, Call call) {
-  Session session;
-  int result = session.result() != 0 ? session.result() : call();
-  if (result < 0) {
-    context.status = Fail(what, result);
-    return false;
-  }
-  return true;
-}
-
 }  // namespace
 
 void AddStreamCommands(CLI::App& app, Context& context) {

@@ -23,5 +23,8 @@ std::string StringOf(const cJSON* object, const char* name);
 // One function per family, each in its <family>_methods.cc.
 void RegisterFrameMethods(MediaSimulator& sim);
 void RegisterStreamMethods(MediaSimulator& sim);
+void RegisterSourceMethods(MediaSimulator& sim);
+void RegisterAudioMethods(MediaSimulator& sim);
+void RegisterStorageInfoMethods(MediaSimulator& sim);
 
 }  // namespace zolo::sim

@@ -1,0 +1,47 @@
+// The benchmarks' hand-written baseline reader: every row of a prepared statement copied
+// into plain vectors, as any caller of raw sqlite3 would have to.
+#pragma once
+
+#include <benchmark/benchmark.h>
+#include <cjson/cJSON.h>
+#include <sqlite3.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace zolo::bench {
+
+struct RawRow {
+  std::vector<std::string> texts;
+  std::vector<int> numbers;
+};
+
+// Steps `statement` to its end, appending each row to `out`, then resets it. With
+// `json_columns`, those columns are also decoded as JSON, as records with parameter texts
+// need.
+inline void RawQuery(sqlite3_stmt* statement, std::vector<RawRow>* out,
+                     const std::vector<int>& json_columns = {}) {
+  int columns = sqlite3_column_count(statement);
+  while (sqlite3_step(statement) == SQLITE_ROW) {
+    RawRow row;
+    for (int column = 0; column < columns; ++column) {
+      if (sqlite3_column_type(statement, column) == SQLITE_TEXT) {
+        const unsigned char* value = sqlite3_column_text(statement, column);
+        row.texts.emplace_back(reinterpret_cast<const char*>(value));
+      } else {
+        row.numbers.push_back(sqlite3_column_int(statement, column));
+      }
+    }
+    for (int column : json_columns) {
+      cJSON* json =
+          cJSON_Parse(reinterpret_cast<const char*>(sqlite3_column_text(statement, column)));
+      benchmark::DoNotOptimize(cJSON_GetObjectItem(json, "latency"));
+      cJSON_Delete(json);
+    }
+    out->push_back(std::move(row));
+  }
+  sqlite3_reset(statement);
+}
+
+}  // namespace zolo::bench

@@ -1,0 +1,220 @@
+// The engine's source and channel methods: what each channel's input is connected to, its
+// rotation, audio delay and analogue adjustment (live state, kept here), and still pictures
+// of a channel written as real JPEG files.
+#include <zolo/sysroot.h>
+#include <zolo/yuvjpeg.h>
+#include <zolo_model/channel.h>
+#include <zolo_model/source.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "sim_methods.h"
+
+namespace zolo::sim {
+
+namespace {
+
+constexpr const char* kSnapshotFolder = "/var/lib/zolo/media/images/snapshot";
+constexpr int kMaxSnapshotSide = 8192;
+
+// Codes the engine answers with.
+constexpr int kRefused = -1001;
+constexpr int kBadArgument = -1003;
+constexpr int kNotFound = -1005;
+
+struct InputState {
+  bool connected = true;
+  std::string uri;
+  std::string sub_uri;
+  int rotate = 0;
+  int audio_delay = 0;
+  int auto_adjust = 1;
+  int phase = 0;
+  int position = 0;
+};
+
+struct Inputs {
+  std::map<int, InputState> channels;
+  std::map<int, InputState> sources;
+};
+
+// The number member `name` of `object` in `*value`; false when absent or not a number.
+bool NumberOf(const cJSON* object, const char* name, int* value) {
+  const cJSON* item = cJSON_GetObjectItem(object, name);
+  if (!cJSON_IsNumber(item)) return false;
+  *value = item->valueint;
+  return true;
+}
+
+// The channel `id` from the media database, or null.
+std::unique_ptr<Channel> FindChannel(MediaSimulator& engine, int id) {
+  engine.ConnectModel();
+  Channel* channel = nullptr;
+  if (Channel::QueryById(id, &channel) < 0) return nullptr;
+  return std::unique_ptr<Channel>(channel);
+}
+
+// Writes a width x height I420 frame of vertical colour bars, shifted by `seed`, as JPEG
+// to `path` through a raw frame file beside it. 0, or -1.
+int WriteFrameJpeg(const std::string& path, int width, int height, int seed) {
+  static const unsigned char kBars[8][3] = {{235, 128, 128}, {210, 16, 146},  {170, 166, 16},
+                                            {145, 54, 34},   {106, 202, 222}, {81, 90, 240},
+                                            {41, 240, 110},  {16, 128, 128}};
+  const int cw = (width + 1) / 2;
+  const int ch = (height + 1) / 2;
+  std::vector<unsigned char> frame(static_cast<size_t>(width) * height + 2u * cw * ch);
+  unsigned char* y = frame.data();
+  unsigned char* u = y + static_cast<size_t>(width) * height;
+  unsigned char* v = u + static_cast<size_t>(cw) * ch;
+  auto bar = [&](int x, int w) { return (x * 8 / w + seed) % 8; };
+  for (int row = 0; row < height; ++row)
+    for (int x = 0; x < width; ++x)
+      y[static_cast<size_t>(row) * width + x] = kBars[bar(x, width)][0];
+  for (int row = 0; row < ch; ++row)
+    for (int x = 0; x < cw; ++x) {
+      u[static_cast<size_t>(row) * cw + x] = kBars[bar(x, cw)][1];
+      v[static_cast<size_t>(row) * cw + x] = kBars[bar(x, cw)][2];
+    }
+  const std::string raw = path + ".yuv";
+  {
+    std::ofstream out(raw, std::ios::binary | std::ios::trunc);
+    if (!out) return -1;
+    out.write(reinterpret_cast<const char*>(frame.data()),
+              static_cast<std::streamsize>(frame.size()));
+    if (!out) return -1;
+  }
+  int result = yuv2jpeg(raw.c_str(), path.c_str(), static_cast<unsigned>(width),
+                        static_cast<unsigned>(height), 85);
+  std::remove(raw.c_str());
+  return result;
+}
+
+std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
+  JsonPtr request = ParsePayload(payload);
+  int channel = 0, width = 0, height = 0;
+  std::string uri = StringOf(request.get(), "uri");
+  if (!NumberOf(request.get(), "channel", &channel) || !NumberOf(request.get(), "width", &width) ||
+      !NumberOf(request.get(), "height", &height) || uri.rfind("file://", 0) != 0 || width <= 0 ||
+      height <= 0 || width > kMaxSnapshotSide || height > kMaxSnapshotSide)
+    return Reply(kBadArgument);
+  if (FindChannel(engine, channel) == nullptr) return Reply(kNotFound);
+  std::filesystem::path file = uri.substr(7);
+  std::error_code error;
+  // The engine keeps its own snapshot folder; any other folder must exist already.
+  if (file.parent_path() == kSnapshotFolder)
+    std::filesystem::create_directories(zolo::SysrootPath(kSnapshotFolder), error);
+  const std::string path = zolo::SysrootPath(file.string());
+  if (!std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error))
+    return Reply(kRefused);
+  return WriteFrameJpeg(path, width, height, channel) == 0 ? Reply(0) : Reply(kRefused);
+}
+
+}  // namespace
+
+void RegisterSourceMethods(MediaSimulator& sim) {
+  auto inputs = std::make_shared<Inputs>();
+
+  sim.Handle("connect_channel_source", [inputs](const std::string& payload,
+                                                MediaSimulator& engine) {
+    JsonPtr request = ParsePayload(payload);
+    int id = 0, connect = 0;
+    if (!NumberOf(request.get(), "channel", &id) || !NumberOf(request.get(), "connect", &connect))
+      return Reply(kBadArgument);
+    std::unique_ptr<Channel> channel = FindChannel(engine, id);
+    if (channel == nullptr) return Reply(kNotFound);
+    InputState& state = inputs->channels[id];
+    state.connected = connect != 0;
+    if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "uri")))
+      state.uri = StringOf(request.get(), "uri");
+    if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "sub_uri")))
+      state.sub_uri = StringOf(request.get(), "sub_uri");
+    const ChannelSource* source = channel->video_source();
+    bool capture = source != nullptr && MediaSource::StringToCategory(source->category()) == 0;
+    cJSON* status = cJSON_CreateObject();
+    cJSON_AddNumberToObject(status, "Id", id);
+    cJSON_AddStringToObject(status, "Name", channel->name().c_str());
+    cJSON_AddNumberToObject(status, "Status", state.connected ? 1 : 0);
+    cJSON_AddNumberToObject(status, "Capture", capture ? 1 : 0);
+    char* text = cJSON_PrintUnformatted(status);
+    engine.Signal("channel_status", text != nullptr ? text : "{}");
+    cJSON_free(text);
+    cJSON_Delete(status);
+    return Reply(0);
+  });
+
+  sim.Handle("connect_source", [inputs](const std::string& payload, MediaSimulator& engine) {
+    JsonPtr request = ParsePayload(payload);
+    int id = 0, connect = 0;
+    if (!NumberOf(request.get(), "source", &id) || !NumberOf(request.get(), "connect", &connect))
+      return Reply(kBadArgument);
+    engine.ConnectModel();
+    ChannelSource* found = nullptr;
+    if (ChannelSource::QueryById(id, &found) < 0) return Reply(kNotFound);
+    delete found;
+    InputState& state = inputs->sources[id];
+    state.connected = connect != 0;
+    if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "uri")))
+      state.uri = StringOf(request.get(), "uri");
+    if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "sub_uri")))
+      state.sub_uri = StringOf(request.get(), "sub_uri");
+    return Reply(0);
+  });
+
+  // Methods that change one value of a channel's input: the channel key, then the values.
+  struct Setter {
+    const char* method;
+    const char* key;
+    std::vector<std::pair<const char*, int InputState::*>> values;
+  };
+  const Setter setters[] = {
+      {"update_channel_param", "channel", {}},
+      {"rotate_channel_source", "id", {{"rotate", &InputState::rotate}}},
+      {"set_channel_audio_delay", "id", {{"audio_delay", &InputState::audio_delay}}},
+      {"set_video_input_param",
+       "channel",
+       {{"auto_adjust", &InputState::auto_adjust},
+        {"phase", &InputState::phase},
+        {"position", &InputState::position}}},
+  };
+  for (const Setter& setter : setters) {
+    sim.Handle(setter.method, [inputs, setter](const std::string& payload, MediaSimulator& engine) {
+      JsonPtr request = ParsePayload(payload);
+      int id = 0;
+      std::vector<int> values(setter.values.size());
+      if (!NumberOf(request.get(), setter.key, &id)) return Reply(kBadArgument);
+      for (size_t i = 0; i < values.size(); ++i)
+        if (!NumberOf(request.get(), setter.values[i].first, &values[i]))
+          return Reply(kBadArgument);
+      if (FindChannel(engine, id) == nullptr) return Reply(kNotFound);
+      InputState& state = inputs->channels[id];
+      for (size_t i = 0; i < values.size(); ++i) state.*(setter.values[i].second) = values[i];
+      return Reply(0);
+    });
+  }
+
+  sim.Handle("get_video_input_param", [inputs](const std::string& payload, MediaSimulator& engine) {
+    JsonPtr request = ParsePayload(payload);
+    int id = 0;
+    if (!NumberOf(request.get(), "channel", &id)) return Reply(kBadArgument);
+    if (FindChannel(engine, id) == nullptr) return Reply(kNotFound);
+    const InputState& state = inputs->channels[id];
+    cJSON* reply = cJSON_CreateObject();
+    cJSON_AddNumberToObject(reply, "auto_adjust", state.auto_adjust);
+    cJSON_AddNumberToObject(reply, "phase", state.phase);
+    cJSON_AddNumberToObject(reply, "position", state.position);
+    // The rest of the live input state, for whoever looks at the engine directly.
+    cJSON_AddNumberToObject(reply, "connected", state.connected ? 1 : 0);
+    cJSON_AddNumberToObject(reply, "rotate", state.rotate);
+    cJSON_AddNumberToObject(reply, "audio_delay", state.audio_delay);
+    return Reply(0, reply);
+  });
+
+  sim.Handle("make_channel_snapshot", Snapshot);
+}
+
+}  // namespace zolo::sim
