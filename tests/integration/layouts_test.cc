@@ -3,6 +3,7 @@
 #include <cairo.h>
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
 #include <zolo/media.h>
 
 #include <algorithm>
@@ -429,6 +430,38 @@ TEST_F(LayoutsTest, ReleaseWhileRenderingTasksRun) {
     EXPECT_TRUE(Decode(Image(id), &picture)) << id;
     EXPECT_EQ(picture.width, 480);
   }
+}
+
+// zmctl drives the same calls from a shell and waits for the preview before it exits.
+TEST_F(LayoutsTest, ZmctlAddsShowsRendersAndRefuses) {
+  auto run = [&](const std::string& arguments, int* status) {
+    std::string command = zolo::test::BinaryDir() + "/tools/zmctl/zmctl --sandbox " +
+                          sandbox_->root() + " " + arguments + " 2>&1";
+    std::string out;
+    FILE* pipe = popen(command.c_str(), "r");
+    char buffer[4096];
+    for (size_t n; pipe && (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;) out.append(buffer, n);
+    int raw = pipe ? pclose(pipe) : -1;
+    *status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return out;
+  };
+  int status = 0;
+  std::string out = run("--json layout add 0,0,1,1,0,0,1 0.7,0.7,0.25,0.25,1,0,2", &status);
+  ASSERT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("16"), std::string::npos) << out;
+  EXPECT_TRUE(fs::exists(Image(16)));
+  EXPECT_EQ(Changes(), std::vector<std::string>{"0/8/16/Manual"});  // sent before it exited
+  out = run("layout show 16", &status);
+  EXPECT_NE(out.find("1       2       0.7  0.7  0.25  0.25  1  0"), std::string::npos) << out;
+  out = run("layout render 16", &status);
+  EXPECT_EQ(status, 0) << out;
+  EXPECT_NE(out.find("path: " + Image(16)), std::string::npos) << out;
+  out = run("layout remove 49", &status);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(out.find("failed: -2"), std::string::npos) << out;
+  out = run("layout add 0,0,1,1", &status);
+  EXPECT_EQ(status, 1);
+  EXPECT_NE(out.find("want x,y,w,h,z,crop,source"), std::string::npos) << out;
 }
 
 }  // namespace

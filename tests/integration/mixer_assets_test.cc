@@ -87,7 +87,15 @@ TEST_F(MixerAssetsTest, QueriesShowAssetsInUseAndEveryIntermissionSlot) {
   EXPECT_EQ(zm_get_background(17, &none), -5);  // a foreground
 
   // The default rows name files that exist.
-  for (const auto& f : fg) EXPECT_TRUE(fs::is_regular_file(sandbox_->Path(f.path) + "/" + f.name));
+  std::vector<zm_background> bg;
+  ASSERT_EQ(zm_get_background(0, &bg), 0);
+  std::vector<std::string> files;
+  for (const auto& a : bg) files.push_back(std::string(a.path) + "/" + a.name);
+  for (const auto& a : im) files.push_back(std::string(a.path) + "/" + a.name);
+  for (const auto& a : system) files.push_back(std::string(a.path) + "/" + a.name);
+  files.push_back(std::string(overlays[0].path) + "/" + overlays[0].name);
+  files.push_back(std::string(overlays[0].path) + "/" + overlays[0].origins[0]);
+  for (const auto& f : files) EXPECT_TRUE(fs::is_regular_file(sandbox_->Path(f))) << f;
 }
 
 TEST_F(MixerAssetsTest, FilesMustBeRegularFilesInsideTheAssetFolder) {

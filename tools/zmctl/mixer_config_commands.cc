@@ -19,17 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-template <class Call>
-bool Run(Context& context, const std::string& what, Call call) {
-  Session session;
-  int result = session.result() != 0 ? session.result() : call();
-  if (result < 0) {
-    context.status = Fail(what, result);
-    return false;
-  }
-  return true;
-}
-
 std::string Number(double value) {
   std::ostringstream text;
   text << value;
