@@ -28,17 +28,6 @@ struct PresetArgs {
   std::string audio_parameter;
 };
 
-template <class Call>
-bool Run(Context& context, const std::string& what, Call call) {
-  Session session;
-  int result = session.result() != 0 ? session.result() : call();
-  if (result < 0) {
-    context.status = Fail(what, result);
-    return false;
-  }
-  return true;
-}
-
 template <size_t N>
 void Put(char (&field)[N], const std::string& text) {
   if (!text.empty()) std::snprintf(field, N, "%s", text.c_str());
