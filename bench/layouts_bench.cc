@@ -17,8 +17,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "model_fixture.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 extern char** environ;
@@ -148,14 +148,11 @@ std::string RendererPath() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
-    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
   zolo::test::Sandbox sandbox;
-  g_database = sandbox.Path("/media.db");
+  g_database = zolo::bench::OpenBenchDatabase(sandbox);
+  if (g_database.empty()) return 1;
   g_png = sandbox.Path("/bench.png");
   g_renderer = RendererPath();
-  if (MediaModel::Instance()->Initialize(g_database, zolo::test::InitialSqlPath()) != 0) return 1;
   // 200 more layouts of four windows, spread over the kinds.
   std::string insert =
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +

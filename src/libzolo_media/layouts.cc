@@ -176,7 +176,15 @@ bool RenderPreview(const MixerConfig& config) {
   std::snprintf(file, sizeof file, "/layout_%03d.png", config.id());
   std::string renderer = zolo::SysrootPath(kRenderer);
   std::string output_path = dir + file;
-  std::string command = "'" + renderer + "' -c '" + config.content() + "' -f '" + output_path + "'";
+  // Plain paths go as they are; others (a sandbox root with spaces) inside single quotes.
+  auto path_word = [](const std::string& path) {
+    bool plain = path.find_first_not_of(
+                     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                     "0123456789/._-+") == std::string::npos;
+    return plain ? path : "'" + path + "'";
+  };
+  std::string command =
+      path_word(renderer) + " -c '" + config.content() + "' -f " + path_word(output_path);
   int status = -1;
   std::string output;
   bool quoted_safely = renderer.find('\'') == std::string::npos &&

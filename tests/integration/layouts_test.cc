@@ -362,7 +362,10 @@ TEST_F(LayoutsTest, FailedRenderingIsLoggedAndNotAnnounced) {
   fs::remove(sandbox_->Path("/usr/share/media/gen_layout_image"));
   ASSERT_EQ(zm_set_layout(2, kPip, true, true), 0);
   ASSERT_TRUE(TasksDone(1));
-  EXPECT_TRUE(log_.HasFragment("layout_image_task: failed! command: ")) << log_.Dump();
+  std::string command = sandbox_->Path("/usr/share/media/gen_layout_image") + " -c '" +
+                        zm_get_layout_string(kPip.video_layouts) + "' -f " + Image(2);
+  EXPECT_TRUE(log_.Has("layout_image_task: failed! command: " + command, 0)) << log_.Dump();
+  EXPECT_TRUE(log_.Has("layout_image_task: done! command: " + command, 0));
 
   // A stored text holding a single quote never reaches the shell: the renderer stub
   // would leave a mark.
