@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "model_fixture.h"
 #include "ratio_reporter.h"
 #include "raw_rows.h"
 #include "sandbox.h"
