@@ -316,14 +316,19 @@ int zm_get_layout_by_group(const char* name, std::vector<zm_layout>* out) {
 }
 
 int zm_add_layout(const zm_layout& layout) {
-  std::vector<MixerConfig*> free_slots;
-  if (MixerConfig::QueryByType(kVideo, &free_slots, false, false) < 0 || free_slots.empty()) {
-    MediaModel::CleanQuery(&free_slots);
+  // Taking the slot is one step in the database, so two callers adding at once never
+  // write into the same slot.
+  MixerConfig* slot = nullptr;
+  if (MixerConfig::TakeFreeSlot(kVideo, &slot) != 0 || slot == nullptr) {
+    delete slot;
     return -2;
   }
-  int id = free_slots.front()->id();
-  MediaModel::CleanQuery(&free_slots);
-  return zm_set_layout(id, layout, true, true) != 0 ? -1 : id;
+  std::unique_ptr<MixerConfig> taken(slot);
+  if (zm_set_layout(taken->id(), layout, true, true) == 0) return taken->id();
+  // Nothing was stored: the slot goes back to the pool.
+  taken->enabled(false);
+  MixerConfig::Update(taken.get());
+  return -1;
 }
 
 int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
@@ -343,8 +348,10 @@ int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
   // A slot taken from the free pool has no kind yet: it becomes a manual layout.
   if (config->group() == nullptr) {
     MixerConfigGroup* manual = nullptr;
-    if (MixerConfigGroup::QueryByTypeName(kVideo, "Manual", &manual) == 0 && manual != nullptr)
+    if (MixerConfigGroup::QueryByTypeName(kVideo, "Manual", &manual) == 0 && manual != nullptr) {
       config->group_id(manual->id());
+      config->rank(-1);  // last of its new group
+    }
     delete manual;
   }
   MixerConfigGroup* group = config->group();

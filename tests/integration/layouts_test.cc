@@ -257,7 +257,8 @@ TEST_F(LayoutsTest, SlotPoolRunsOutAndFreedSlotsComeBackUnlisted) {
 
   std::vector<zm_layout> manual;
   ASSERT_EQ(zm_get_layout_by_group("Manual", &manual), 0);
-  EXPECT_EQ(manual.size(), 32u);
+  ASSERT_EQ(manual.size(), 32u);
+  EXPECT_EQ(manual.back().rank, 32);  // each went last of "Manual"
   EXPECT_EQ(zm_remove_layout(20), 0);
   EXPECT_EQ(zm_remove_layout(20), -5);
   EXPECT_EQ(zm_remove_layout(0), -3);
@@ -265,7 +266,8 @@ TEST_F(LayoutsTest, SlotPoolRunsOutAndFreedSlotsComeBackUnlisted) {
   EXPECT_EQ(All().size(), 15u + 3 + 31);
   std::vector<zm_layout> out;
   EXPECT_EQ(zm_get_layout(20, &out), -5);
-  EXPECT_EQ(zm_add_layout(kPip), 20);
+  EXPECT_EQ(zm_add_layout(Layout({{1, -1, 1, 0, 0, 0, 0}})), -1);  // refused windows
+  EXPECT_EQ(zm_add_layout(kPip), 20);  // the refused one gave the slot back
 }
 
 TEST_F(LayoutsTest, CustomFlagDecidesAdditionOrUpdateAndRendering) {
