@@ -401,10 +401,11 @@ INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, cust
   (14, 0, 6, 'HDMI1 to HDMI4', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":4,"x":0.5,"y":0.5,"z":0,"w":0.5,"h":0.5,"crop":0}]}', 1, 1, 0),
   (15, 0, 7, 'All inputs', '{"layout":[{"id":1,"x":0,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":2,"x":0.5,"y":0,"z":0,"w":0.5,"h":0.5,"crop":0},{"id":3,"x":0,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0},{"id":4,"x":0.3333333333333333,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0},{"id":5,"x":0.6666666666666666,"y":0.5,"z":0,"w":0.3333333333333333,"h":0.5,"crop":0}]}', 1, 1, 0);
 
--- The pool of free slots that custom layouts are added to.
+-- The pool of free slots that custom layouts are added to. Free slots have no kind, so
+-- no listing shows them; a slot taken into use joins "Manual".
 INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom)
 WITH RECURSIVE slot (i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM slot WHERE i < 32)
-SELECT 15 + i, 0, 12, 'Manual ' || i, '', -1, 0, 0 FROM slot;
+SELECT 15 + i, 0, NULL, 'Manual ' || i, '', -1, 0, 0 FROM slot;
 
 -- Layouts of the local display.
 INSERT INTO mixer_config (id, type, group_id, name, content, rank, enabled, custom) VALUES

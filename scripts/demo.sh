@@ -8,7 +8,7 @@ repo=$PWD
 
 bash scripts/setup.sh
 cmake -S . -B build >/dev/null
-cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim >/dev/null
+cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim gen_layout_image >/dev/null
 
 root=$(mktemp -d /tmp/zolo-demo-XXXXXX)
 mounted=""
@@ -31,6 +31,23 @@ echo "studio-demo" >"$root/etc/hostname"
 echo "Demo recorder in a sandbox" >"$root/etc/description"
 echo "02:00:5e:10:20:30" >"$root/sys/class/net/eth0/address"
 bash scripts/make-fw-env.sh "$root" movie_resource=1 >/dev/null
+# The layout renderer where the library runs it, and the pictures the default mixer assets
+# name (drawn by the renderer: one full-picture window each).
+cp build/tools/gen_layout_image/gen_layout_image "$root/usr/share/media/gen_layout_image"
+picture() {
+  mkdir -p "$(dirname "$root$2")"
+  build/tools/gen_layout_image/gen_layout_image -f "$root$2" \
+    -c "{\"layout\":[{\"id\":$1,\"x\":0,\"y\":0,\"z\":0,\"w\":1,\"h\":1}]}"
+}
+assets=/var/lib/zolo/media/assets
+picture 0 $assets/background/black.png
+picture 1 $assets/background/grey.png
+picture 2 $assets/background/blue.png
+for n in 1 2 3; do picture $((10 + n)) $assets/foreground/intermission_$n.png; done
+picture 20 $assets/overlay/logo.png
+echo '<svg xmlns="http://www.w3.org/2000/svg" width="64" height="64"/>' >"$root$assets/overlay/logo.svg"
+picture 30 /usr/share/media/overlay/recording_indicator.png
+picture 31 /usr/share/media/overlay/clock.png
 if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=256m tmpfs "$root/media/SD" 2>/dev/null; then
   mounted="$root/media/SD"
 fi
@@ -114,6 +131,17 @@ zmctl preset list
 zmctl preset set 6 --video-param '{"width":1920,"height":1080,"frame_rate":60,"bitrate":10000,"gop":60}'
 zmctl preset list --id 4
 zmctl storage info
+step "layouts: the list, a new picture-in-picture layout and its rendered preview"
+zmctl layout list --record
+pip=$(zmctl --json layout add 0,0,1,1,0,0,1 0.65,0.65,0.3,0.3,1,0,2 | sed -n 's/.*"id":[[:space:]]*\([0-9]*\).*/\1/p')
+zmctl layout show "$pip"
+zmctl layout render "$pip"
+step "themes: add one with the new layout, then remove it"
+theme=$(zmctl --json theme add --name "Interview" --layout "$pip" --background 3 --overlay 33 |
+        sed -n 's/.*"id":[[:space:]]*\([0-9]*\).*/\1/p')
+zmctl theme list
+zmctl theme remove "$theme"
+zmctl asset list background
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

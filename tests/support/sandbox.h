@@ -19,6 +19,9 @@ class Sandbox {
   // Writes `content` to the system path `path` below the root, making its directories.
   void WriteFile(const std::string& path, const std::string& content) const;
   void MakeDir(const std::string& path) const;
+  // Puts the default mixer asset files and, when it was built, the layout renderer where
+  // the library looks for them. Done by the constructor.
+  void InstallMixerFiles() const;
 
  private:
   std::string root_;
@@ -31,5 +34,7 @@ std::string ReadFile(const std::string& path);
 // Source tree and build tree of the project, from the test environment.
 std::string SourceDir();
 std::string BinaryDir();
+// A valid 1 x 1 PNG picture.
+const std::string& TinyPng();
 
 }  // namespace zolo::test

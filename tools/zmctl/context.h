@@ -52,5 +52,6 @@ void AddCodecCommands(CLI::App& app, Context& context);
 void AddAudioCommands(CLI::App& app, Context& context);
 // "storage info", added to the storage group.
 void AddStorageInfoCommand(CLI::App& storage, Context& context);
+void AddMixerConfigCommands(CLI::App& app, Context& context);
 
 }  // namespace zmctl
