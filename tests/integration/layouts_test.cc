@@ -94,20 +94,6 @@ class LayoutsTest : public EngineTest {
     std::snprintf(name, sizeof name, "/var/lib/zolo/media/images/layout/layout_%03d.png", id);
     return sandbox_->Path(name);
   }
-  // The "change_media_data" payloads seen so far, as "type/data/id/payload".
-  std::vector<std::string> Changes() {
-    std::vector<std::string> out;
-    for (const auto& r : sim_.Requests("change_media_data")) {
-      cJSON* p = cJSON_Parse(r.payload.c_str());
-      const cJSON* group = cJSON_GetObjectItem(p, "payload");
-      out.push_back(std::to_string(cJSON_GetObjectItem(p, "type")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "data")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "id")->valueint) +
-                    (cJSON_IsString(group) ? "/" + std::string(group->valuestring) : ""));
-      cJSON_Delete(p);
-    }
-    return out;
-  }
   // Waits until `n` rendering tasks have logged their end.
   bool TasksDone(size_t n) {
     return WaitFor([&] {

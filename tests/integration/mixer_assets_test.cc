@@ -31,18 +31,6 @@ Record Picture(const char* path, const char* name, const char* origin = "", int 
 
 class MixerAssetsTest : public EngineTest {
  protected:
-  // "type/data/id" of each "change_media_data" sent so far.
-  std::vector<std::string> Changes() {
-    std::vector<std::string> out;
-    for (const auto& r : sim_.Requests("change_media_data")) {
-      cJSON* p = cJSON_Parse(r.payload.c_str());
-      out.push_back(std::to_string(cJSON_GetObjectItem(p, "type")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "data")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "id")->valueint));
-      cJSON_Delete(p);
-    }
-    return out;
-  }
   std::string Put(const std::string& folder, const std::string& name) {
     sandbox_->WriteFile(folder + "/" + name, zolo::test::TinyPng());
     return sandbox_->Path(folder + "/" + name);

@@ -25,17 +25,6 @@ zm_theme Theme(const char* name, int layout, int background, int overlay, int ra
 
 class ThemesTest : public EngineTest {
  protected:
-  std::vector<std::string> Changes() {
-    std::vector<std::string> out;
-    for (const auto& r : sim_.Requests("change_media_data")) {
-      cJSON* p = cJSON_Parse(r.payload.c_str());
-      out.push_back(std::to_string(cJSON_GetObjectItem(p, "type")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "data")->valueint) + "/" +
-                    std::to_string(cJSON_GetObjectItem(p, "id")->valueint));
-      cJSON_Delete(p);
-    }
-    return out;
-  }
   // "name layout/background/overlay rank" of the theme `id`, or "error N".
   std::string Stored(int id) {
     std::vector<zm_theme> out;

@@ -1,4 +1,5 @@
 #include "engine_fixture.h"
+#include <cjson/cJSON.h>
 
 #include <zolo/media.h>
 
@@ -40,6 +41,22 @@ void EngineTest::TearDown() {
   initialized_ = false;
   sim_.Stop();
   sandbox_.reset();
+}
+
+std::vector<std::string> EngineTest::Changes() const {
+  std::vector<std::string> out;
+  for (const auto& request : sim_.Requests("change_media_data")) {
+    cJSON* notice = cJSON_Parse(request.payload.c_str());
+    auto number = [notice](const char* key) {
+      const cJSON* item = cJSON_GetObjectItem(notice, key);
+      return cJSON_IsNumber(item) ? std::to_string(item->valueint) : std::string("?");
+    };
+    const cJSON* payload = cJSON_GetObjectItem(notice, "payload");
+    out.push_back(number("type") + "/" + number("data") + "/" + number("id") +
+                  (cJSON_IsString(payload) ? "/" + std::string(payload->valuestring) : ""));
+    cJSON_Delete(notice);
+  }
+  return out;
 }
 
 }  // namespace zolo::test

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "private_bus.h"
 #include "sandbox.h"
@@ -23,6 +24,9 @@ class EngineTest : public testing::Test {
 
   // Lays out the sandbox's configuration, initial SQL and firmware environment.
   void PrepareSandbox();
+  // The "change_media_data" notices the engine received so far, each as
+  // "type/data/id", followed by "/payload" when the notice carries one.
+  std::vector<std::string> Changes() const;
 
   static PrivateBus* bus_;
   std::unique_ptr<Sandbox> sandbox_;
