@@ -10,6 +10,7 @@
 #include <zolo/export.h>
 #include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
+#include <zolo/media/recordings.h>
 #include <zolo/media/signal.h>
 #include <zolo/media/sources.h>
 #include <zolo/media/streams.h>
