@@ -1,16 +1,32 @@
-// The benchmarks' hand-written baseline reader: every row of a prepared statement copied
-// into plain vectors, as any caller of raw sqlite3 would have to.
+// What the database benchmarks share: a fresh media database to measure on, and the
+// hand-written baseline reader (every row of a prepared statement copied into plain
+// vectors, as any caller of raw sqlite3 would have to).
 #pragma once
 
 #include <benchmark/benchmark.h>
 #include <cjson/cJSON.h>
 #include <sqlite3.h>
 
+#include <zolo_model/media_model.h>
+
+#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "sandbox.h"
+
 namespace zolo::bench {
+
+// A fresh media database made from the tree's initial SQL inside `sandbox`, connected as the
+// model's database. Its path, or "" when it cannot be made.
+inline std::string OpenBenchDatabase(zolo::test::Sandbox& sandbox) {
+  setenv("OVIK_LOG_SYSLOG", "0", 1);
+  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
+    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+  std::string path = sandbox.Path("/media.db");
+  return MediaModel::Instance()->Initialize(path, zolo::test::InitialSqlPath()) == 0 ? path : "";
+}
 
 struct RawRow {
   std::vector<std::string> texts;

@@ -88,12 +88,9 @@ BENCHMARK(BM_raw_sqlite_by_pattern)->Unit(benchmark::kMillisecond);
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
-    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
   zolo::test::Sandbox sandbox;
-  g_database = sandbox.Path("/media.db");
-  if (MediaModel::Instance()->Initialize(g_database, zolo::test::InitialSqlPath()) != 0) return 1;
+  g_database = zolo::bench::OpenBenchDatabase(sandbox);
+  if (g_database.empty()) return 1;
   std::string insert = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
                        std::to_string(kStreams) +
                        ") INSERT INTO stream (name, type, channel_id, codec_parameter_preset_id, "

@@ -185,12 +185,12 @@ CREATE TABLE codec_parameter_preset (
 INSERT INTO codec_parameter_preset
   (id, name, video_codec_id, audio_codec_id, video_codec_parameter, audio_codec_parameter, builtin)
 VALUES
-  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"framerate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
-  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"framerate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"framerate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
-  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"framerate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
-  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"framerate":60}', '{"samplerate":48000,"channels":2}', 1),
-  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"framerate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
+  (1, '1080p60 High', 1, 4, '{"width":1920,"height":1080,"frame_rate":60,"bitrate":12000,"gop":60,"profile":"high"}', '{"bitrate":256,"samplerate":48000,"channels":2}', 1),
+  (2, '1080p30 HEVC', 2, 4, '{"width":1920,"height":1080,"frame_rate":30,"bitrate":6000,"gop":30}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (3, '720p30 Stream', 1, 4, '{"width":1280,"height":720,"frame_rate":30,"bitrate":4000,"gop":60,"profile":"main"}', '{"bitrate":128,"samplerate":48000,"channels":2}', 1),
+  (4, 'NDI Preview Profile', 1, 4, '{"width":640,"height":360,"frame_rate":30,"bitrate":1000,"gop":30}', '{"bitrate":96,"samplerate":48000,"channels":2}', 1),
+  (5, 'Raw Capture', 3, 5, '{"width":1920,"height":1080,"frame_rate":60}', '{"samplerate":48000,"channels":2}', 1),
+  (6, 'My Event 1080p', 1, 4, '{"width":1920,"height":1080,"frame_rate":50,"bitrate":10000,"gop":50}', '{"bitrate":192,"samplerate":48000,"channels":2}', 0);
 
 -- Outputs of the engine. type: "file", "network", "preview", "display", "audio".
 -- parameters and authentication are JSON objects. File streams keep "bitrate" (kilobits
@@ -227,7 +227,7 @@ VALUES
   ('rtsp1', 'network', 1, 3, '', 'rtsp://0.0.0.0/fake', 1, '{"source_port": 554}', '{}'),
   ('rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 0, '{}', '{}'),
   ('srt1', 'network', 1, 3, 'ts', 'srt://0.0.0.0/fake?mode=caller', 0, '{"latency": 120, "source_port": 9000}', '{"encryption": 0, "key_length": 16, "passphrase": ""}'),
-  ('ndi1', 'network', 1, 2, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
+  ('ndi1', 'network', 1, 6, '', 'ndi://0.0.0.0', 0, '{"ndi_group_name": "public", "ndi_discovery_server": "", "ndi_stream_bandwidth": 1}', '{}'),
   ('webrtc1', 'network', 1, 3, '', 'webrtc://0.0.0.0/live', 0, '{}', '{}'),
   ('udp1', 'network', 1, 3, 'ts', 'udp://239.1.1.1:5000', 0, '{"multicast": 1, "ttl": 16, "netmask": "255.255.255.0", "netprefix": ""}', '{}'),
   ('preview', 'preview', 1, 4, '', 'rtsp://0.0.0.0:8554/preview', 1, '{}', '{}'),
@@ -235,8 +235,8 @@ VALUES
   ('preview2', 'preview', 3, 4, '', 'rtsp://0.0.0.0:8554/preview2', 1, '{}', '{}'),
   ('preview-ndi-sub', 'preview', 1, 4, '', 'ndi://0.0.0.0', 0, '{}', '{}'),
   ('display1', 'display', 1, 5, '', 'display://hdmi/0', 1, '{"brightness": 50, "contrast": 50, "saturation": 50, "hue": 0}', '{}'),
-  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "gain": 0, "type": 0}', '{}'),
-  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0}', '{}'),
+  ('audio-in1', 'audio', 10, NULL, '', '', 1, '{"volume": 80, "mute": 0, "audio_type": 1, "gain": 0, "noise_reduction": 0}', '{}'),
+  ('audio-out1', 'audio', 10, NULL, '', 'audio://line-out/0', 1, '{"volume": 80, "mute": 0, "audio_type": 0, "monitor_mode": 1, "monitor_duration_threshold": 10, "monitor_level_threshold": 60}', '{}'),
   ('sched-rtmp1', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('sched-rtmp2', 'network', 1, 3, 'flv', 'rtmp://0.0.0.0/fake', 1, '{}', '{}'),
   ('backupmeta', 'file', NULL, NULL, '', '', 0, '{}', '{}');
@@ -480,3 +480,33 @@ INSERT INTO mixer_output (mixer_id, position, stream) VALUES
 
 
 -- ===== end of mixers, layouts, assets, themes =====
+
+-- ===== audio ports =====
+
+-- Audio ports are streams of type "audio", one per port and named after it: inputs have no
+-- destination, outputs have one. File playback reaches the audio inputs as a "playback"
+-- stream. Parameters: "volume" (0-100), "mute" (0, 1), "audio_type", "gain" (dB), "noise_reduction"
+-- (level), "xlr_channel" and "xlr_power" (XLR inputs), "monitor_mode",
+-- "monitor_duration_threshold" (seconds) and "monitor_level_threshold" (dB below full
+-- scale) (outputs).
+-- The channels of the outputs are named "Audio-Out..." so that the output's audio mixer
+-- membership can be told; they are plumbing, hidden from channel lists.
+INSERT INTO channel (name, video_source_id, audio_source_id, ordinal, attribute, visible) VALUES
+  ('Audio-Out-Line1', NULL, 18, '1', 1, 0),
+  ('Audio-Out-Usb1', NULL, 17, '1', 1, 0),
+  ('Audio-Out-Hdmi1', NULL, NULL, '1', 1, 0);
+UPDATE stream SET channel_id = (SELECT id FROM channel WHERE name = 'Audio-Out-Line1')
+  WHERE name = 'audio-out1';
+
+INSERT INTO stream (name, type, channel_id, destination, enable, parameters) VALUES
+  ('xlr-in1', 'audio', 10, '', 1, '{"volume": 70, "mute": 0, "audio_type": 2, "gain": 24, "noise_reduction": 1, "xlr_channel": 0, "xlr_power": 1}'),
+  ('xlr-in2', 'audio', 10, '', 1, '{"volume": 70, "mute": 1, "audio_type": 2, "gain": -6, "noise_reduction": 0, "xlr_channel": 1, "xlr_power": 0}'),
+  ('usb-audio-in1', 'audio', 10, '', 1, '{"volume": 100, "mute": 0, "audio_type": 3}'),
+  ('audio-out2', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Usb1'), 'audio://usb-out/0', 1, '{"volume": 90, "mute": 0, "audio_type": 0, "monitor_mode": 0}'),
+  ('audio-out3', 'audio', (SELECT id FROM channel WHERE name = 'Audio-Out-Hdmi1'), 'audio://hdmi-out/0', 1, '{"volume": 100, "mute": 0, "audio_type": 1}'),
+  ('playback1', 'playback', 9, '', 1, '{"volume": 100, "mute": 0, "audio_type": 4}');
+
+-- The first audio mixer feeds the line output (above); the second feeds the USB output.
+INSERT INTO mixer_output (mixer_id, position, stream) VALUES (6, 0, 'audio-out2');
+
+-- ===== end of audio ports =====

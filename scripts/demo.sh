@@ -99,6 +99,21 @@ zmctl channel connect 1 1
 zmctl channel snapshot 1 file:///var/lib/zolo/media/images/channel1.jpg --width 640 --height 360
 file "$root/var/lib/zolo/media/images/channel1.jpg" 2>/dev/null ||
     ls -l "$root/var/lib/zolo/media/images/channel1.jpg"
+step "audio ports with live levels, a volume change, presets and storage information"
+zmctl audio inputs
+zmctl audio outputs
+"$repo/build/tools/zmctl/zmctl" --sandbox "$root" signals watch audio_volume --count 1 --seconds 5 &
+watcher=$!
+pids+=("$watcher")
+sleep 0.5
+zmctl audio set-input xlr-in1 --volume 55
+wait "$watcher" || true
+zmctl audio inputs xlr-in1
+zmctl preset list
+# The NDI stream uses "My Event 1080p": at 60 frames its preview profile follows at 30.
+zmctl preset set 6 --video-param '{"width":1920,"height":1080,"frame_rate":60,"bitrate":10000,"gop":60}'
+zmctl preset list --id 4
+zmctl storage info
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

@@ -8,11 +8,14 @@
 
 #include <zolo/config.h>
 #include <zolo/export.h>
+#include <zolo/media/audio.h>
+#include <zolo/media/codecs.h>
 #include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/recordings.h>
 #include <zolo/media/signal.h>
 #include <zolo/media/sources.h>
+#include <zolo/media/storage_info.h>
 #include <zolo/media/streams.h>
 #include <zolo/signals.h>
 #include <zolo/storage.h>

@@ -154,14 +154,20 @@ int Stream::QueryByDestPattern(const std::string& pattern, bool visible,
   return QueryList("s.destination LIKE ?1", {pattern}, visible, out);
 }
 
+void Stream::codec_parameter_preset(const CodecParameterPreset* preset) {
+  preset_id_ = preset ? preset->id() : 0;
+  preset_ = preset ? std::make_shared<CodecParameterPreset>(*preset) : nullptr;
+}
+
 int Stream::Update(Stream* stream) {
   if (stream == nullptr) return -3;
   auto flag = [stream](int i) { return stream->enable_[i] ? 1 : 0; };
   return zolo::model::ChangeOneRow(
       "UPDATE stream SET destination = ?, enable = ?, enable_option1 = ?, enable_option2 = ?, "
-      "enable_option3 = ?, suspend = ?, parameters = ?, authentication = ? WHERE id = ?",
+      "enable_option3 = ?, suspend = ?, parameters = ?, authentication = ?, "
+      "codec_parameter_preset_id = NULLIF(?, 0) WHERE id = ?",
       stream->destination_, flag(0), flag(1), flag(2), flag(3), stream->suspend_ ? 1 : 0,
-      stream->parameters_, stream->authentication_, stream->id_);
+      stream->parameters_, stream->authentication_, stream->preset_id_, stream->id_);
 }
 
 int Stream::Remove(int id) {

@@ -65,7 +65,7 @@ TEST_F(StreamModelTest, QueriesByTypeNameAndPattern) {
     MediaModel::CleanQuery(&found);
   }
   EXPECT_EQ(Stream::QueryByTypeName(nullptr, nullptr, true, &found), 0);
-  EXPECT_EQ(found.size(), 19u);
+  EXPECT_EQ(found.size(), 25u);
   MediaModel::CleanQuery(&found);
   EXPECT_EQ(Stream::QueryByPattern("%", nullptr), -3);
 }

@@ -48,5 +48,9 @@ void AddFrameCommands(CLI::App& app, Context& context);
 void AddUtilCommands(CLI::App& app, Context& context);
 void AddDeviceCommands(CLI::App& app, Context& context);
 void AddSourceCommands(CLI::App& app, Context& context);
+void AddCodecCommands(CLI::App& app, Context& context);
+void AddAudioCommands(CLI::App& app, Context& context);
+// "storage info", added to the storage group.
+void AddStorageInfoCommand(CLI::App& storage, Context& context);
 
 }  // namespace zmctl

@@ -55,6 +55,7 @@ void AddDeviceCommands(CLI::App& app, Context& context) {
                       Megabytes(s.free_size), s.formatted ? "yes" : "no"});
     context.out().Table({"name", "mount", "type", "total_mb", "free_mb", "recordable"}, rows);
   });
+  AddStorageInfoCommand(*storage, context);
 }
 
 }  // namespace zmctl

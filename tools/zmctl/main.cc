@@ -59,6 +59,8 @@ int main(int argc, char** argv) {
   zmctl::AddUtilCommands(app, context);
   zmctl::AddDeviceCommands(app, context);
   zmctl::AddSourceCommands(app, context);
+  zmctl::AddCodecCommands(app, context);
+  zmctl::AddAudioCommands(app, context);
   // "__complete" may follow the global options, as the completion script passes them on.
   for (int i = 1; i < argc; ++i)
     if (std::strcmp(argv[i], "__complete") == 0) return Complete(app, argc - i - 1, argv + i + 1);

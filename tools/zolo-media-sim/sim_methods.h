@@ -24,5 +24,7 @@ std::string StringOf(const cJSON* object, const char* name);
 void RegisterFrameMethods(MediaSimulator& sim);
 void RegisterStreamMethods(MediaSimulator& sim);
 void RegisterSourceMethods(MediaSimulator& sim);
+void RegisterAudioMethods(MediaSimulator& sim);
+void RegisterStorageInfoMethods(MediaSimulator& sim);
 
 }  // namespace zolo::sim

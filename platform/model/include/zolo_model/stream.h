@@ -59,6 +59,8 @@ class Stream {
   const std::string& type() const { return type_; }
   Channel* channel() const { return channel_.get(); }
   CodecParameterPreset* codec_parameter_preset() const { return preset_.get(); }
+  // Points the stream at a copy of `preset` (null: no preset); Update stores the choice.
+  void codec_parameter_preset(const CodecParameterPreset* preset);
   // Container name ("mp4"); empty when none.
   const std::string& container() const { return container_; }
   const std::string& destination() const { return destination_; }
