@@ -1,11 +1,15 @@
 #include "recording_writer.h"
 
+#include <cjson/cJSON.h>
+#include <zolo/yuvjpeg.h>
 #include <zolo_model/recording.h>
 #include <zolo_model/recording_db.h>
 
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 namespace zolo::sim {
 
@@ -31,8 +35,71 @@ std::string FileName(const RecordedFile& file) {
 
 }  // namespace
 
+std::string PendingStillFolder() {
+  return RecordingDb::Instance()->Folder() + "/.pending_" + kBookmarkStillFolder;
+}
+
+std::string BookmarkFileText(const std::vector<Bookmark>& bookmarks) {
+  cJSON* array = cJSON_CreateArray();
+  for (const Bookmark& bookmark : bookmarks) {
+    cJSON* item = cJSON_CreateObject();
+    cJSON_AddNumberToObject(item, "time", static_cast<double>(bookmark.time));
+    cJSON_AddStringToObject(item, "text", bookmark.text.c_str());
+    std::string still =
+        bookmark.still.empty() ? "" : std::string(kBookmarkStillFolder) + "/" + bookmark.still;
+    cJSON_AddStringToObject(item, "snapshot", still.c_str());
+    cJSON_AddStringToObject(item, "category", bookmark.category.c_str());
+    cJSON_AddStringToObject(item, "description", bookmark.description.c_str());
+    cJSON_AddItemToArray(array, item);
+  }
+  char* text = cJSON_PrintUnformatted(array);
+  std::string result = text != nullptr ? text : "[]";
+  cJSON_free(text);
+  cJSON_Delete(array);
+  return result + "\n";
+}
+
+int WriteStillJpeg(const std::string& path, int width, int height, int seed) {
+  static const unsigned char kBars[8][3] = {{235, 128, 128}, {210, 16, 146},  {170, 166, 16},
+                                            {145, 54, 34},   {106, 202, 222}, {81, 90, 240},
+                                            {41, 240, 110},  {16, 128, 128}};
+  if (width <= 0 || height <= 0) return -1;
+  const size_t w = static_cast<size_t>(width);
+  const size_t h = static_cast<size_t>(height);
+  const size_t cw = (w + 1) / 2;
+  const size_t ch = (h + 1) / 2;
+  std::vector<unsigned char> frame(w * h + 2 * cw * ch);
+  unsigned char* y = frame.data();
+  unsigned char* u = y + w * h;
+  unsigned char* v = u + cw * ch;
+  auto bar = [seed](size_t x, size_t across) {
+    return ((static_cast<int>(x * 8 / across) + seed) % 8 + 8) % 8;
+  };
+  for (size_t row = 0; row < h; ++row)
+    for (size_t x = 0; x < w; ++x) y[row * w + x] = kBars[bar(x, w)][0];
+  for (size_t row = 0; row < ch; ++row)
+    for (size_t x = 0; x < cw; ++x) {
+      u[row * cw + x] = kBars[bar(x, cw)][1];
+      v[row * cw + x] = kBars[bar(x, cw)][2];
+    }
+  const std::string raw = path + ".yuv";
+  {
+    std::ofstream out(raw, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(frame.data()),
+              static_cast<std::streamsize>(frame.size()));
+    if (!out) {
+      std::remove(raw.c_str());
+      return -1;
+    }
+  }
+  int result = yuv2jpeg(raw.c_str(), path.c_str(), static_cast<unsigned>(width),
+                        static_cast<unsigned>(height), 85);
+  std::remove(raw.c_str());
+  return result;
+}
+
 int WriteRecording(const std::vector<RecordedFile>& files, int64_t started, uint64_t duration_ms,
-                   std::string* name) {
+                   const std::vector<Bookmark>& bookmarks, std::string* name) {
   RecordingDb* db = RecordingDb::Instance();
   if (db->Connect() != 0) return 0;
   uint64_t finished = static_cast<uint64_t>(started) + duration_ms / 1000;
@@ -64,6 +131,14 @@ int WriteRecording(const std::vector<RecordedFile>& files, int64_t started, uint
       std::ofstream(directory + "/" + video.file_name())
           << "simulated video of " << file.stream << "\n";
     }
+    // The stills taken while recording move into the recording's folder.
+    std::filesystem::create_directories(directory + "/" + kBookmarkStillFolder, ignored);
+    for (const Bookmark& bookmark : bookmarks)
+      if (!bookmark.still.empty())
+        std::filesystem::rename(PendingStillFolder() + "/" + bookmark.still,
+                                directory + "/" + kBookmarkStillFolder + "/" + bookmark.still,
+                                ignored);
+    std::ofstream(directory + "/bookmark.json") << BookmarkFileText(bookmarks);
     recording.finished_at(finished);
     recording.duration(duration_ms);
     recording.status("ready");
