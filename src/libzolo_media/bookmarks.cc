@@ -34,14 +34,16 @@ bool Writable(const std::string& path) {
 }
 
 // Replaces `path` with `text` atomically: a temporary file in the same folder renamed over
-// it, so a reader sees the old file or the new one, never half of either. 0, or an errno.
+// it, so a reader sees the old file or the new one, never half of either. 0, or -1 with
+// the reason logged.
 int ReplaceFile(const std::string& path, const std::string& text) {
   GError* error = nullptr;
   if (g_file_set_contents(path.c_str(), text.data(), static_cast<gssize>(text.size()), &error))
     return 0;
-  int code = error != nullptr && error->domain == G_FILE_ERROR ? EIO : EIO;
+  ZLOG(0, "Write file fail: %d", error != nullptr ? error->code : -1);
+  ZLOG(1, "%s: %s", path.c_str(), error != nullptr ? error->message : "");
   g_clear_error(&error);
-  return code;
+  return -1;
 }
 
 int Announce(const std::string& path, int code) {
@@ -58,8 +60,10 @@ int Announce(const std::string& path, int code) {
 // is never mistaken for a saved file.
 int Save(zm_recording_bookmark& bookmark) {
   int code = 0;
-  if (!Writable(bookmark.path) || ReplaceFile(bookmark.path, zolo::PrintBookmarks(bookmark)) != 0) {
+  if (!Writable(bookmark.path)) {
     ZLOG(0, "Write file fail: %d", errno);
+    code = -1;
+  } else if (ReplaceFile(bookmark.path, zolo::PrintBookmarks(bookmark)) != 0) {
     code = -1;
   }
   int announced = Announce(bookmark.path, code);
@@ -116,7 +120,6 @@ int zm_save_recording_bookmark_file(const char* path, const char* json) {
     ZLOG(0, "Parse bookmark string fail");
     code = -3;
   } else if (ReplaceFile(path, std::string(json) + "\n") != 0) {
-    ZLOG(0, "Write file fail: %d", errno);
     code = -1;
   }
   int announced = Announce(path, code);

@@ -45,12 +45,6 @@ void OnSignal(const char* name, void* data, void*) {
 
 class EngineRecordingsTest : public EngineTest {
  protected:
-  void SetUp() override {
-    // The engine runs in this process and keeps its recording database open between
-    // tests; each test's sandbox has its own.
-    RecordingDb::Instance()->Release(true);
-    EngineTest::SetUp();
-  }
   // The signals received once `count` have arrived (or after two seconds).
   std::vector<std::string> Signals(size_t count) {
     for (int i = 0; i < 200; ++i) {

@@ -4,11 +4,6 @@
 
 namespace zolo::test {
 
-void RecordingTest::TearDown() {
-  RecordingDb::Instance()->Release(true);
-  EngineTest::TearDown();
-}
-
 std::string RecordingTest::RecordingPath(const std::string& relative) {
   RecordingDb::Instance()->Connect();
   std::string path = RecordingDb::Instance()->Folder() + "/" + relative;

@@ -14,8 +14,6 @@ namespace zolo::test {
 
 class RecordingTest : public EngineTest {
  protected:
-  void TearDown() override;
-
   // A recording "<name>" in folder "<name>", started at `at` with `videos` files of 60 s
   // (present on disk), finished unless `finished` is false, with a "bookmark.json" holding
   // `bookmarks` (a JSON array text; "" for no file). Its id.

@@ -32,9 +32,6 @@ std::string PendingStillFolder();
 // The text of "bookmark.json": the array of bookmarks, unformatted, then a newline.
 std::string BookmarkFileText(const std::vector<Bookmark>& bookmarks);
 
-// Writes a width x height frame of colour bars shifted by `seed` as a JPEG file. 0 or -1.
-int WriteStillJpeg(const std::string& path, int width, int height, int seed);
-
 // Writes the recording of `files`, started at `started` (seconds since the epoch) and
 // recorded for `duration_ms`, with `bookmarks` (their stills moved from the pending
 // folder). The recording's id, or 0 when the recording database cannot be written;

@@ -24,6 +24,10 @@ std::string StringOf(const cJSON* object, const char* name);
 // image's row in the recording database. 0 with its id in `*snapshot_id`, or -1.
 int TakeSnapshot(int width, int height, int* snapshot_id);
 
+// Writes a width x height I420 frame of colour bars shifted by `seed` as a JPEG file at
+// `path` (through a raw frame file beside it). 0, or -1.
+int WriteStillJpeg(const std::string& path, int width, int height, int seed);
+
 // One function per family, each in its <family>_methods.cc.
 void RegisterFrameMethods(MediaSimulator& sim);
 struct Recorder;
