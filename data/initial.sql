@@ -511,3 +511,8 @@ INSERT INTO stream (name, type, channel_id, destination, enable, parameters) VAL
 INSERT INTO mixer_output (mixer_id, position, stream) VALUES (6, 0, 'audio-out2');
 
 -- ===== end of audio ports =====
+
+-- Recording mode: "movie1" records the program channel "Movie" (bit 0 of the mode); the
+-- per-input recordings "movie2" (Video-Capture2) and "backup1" (Video-Capture1) are the
+-- channel file streams (bit 1).
+UPDATE stream SET channel_id = (SELECT id FROM channel WHERE name = 'Movie') WHERE name = 'movie1';

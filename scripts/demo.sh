@@ -94,7 +94,7 @@ zmctl stream list --type network
 step "a recording: start, pause, resume, stop, with the engine's signals as they arrive"
 # The binary itself, not the shell function, so that the pid below is the watcher's own.
 "$repo/build/tools/zmctl/zmctl" --sandbox "$root" signals watch streaming_state stream_status \
-    streaming_duration recording_created --seconds 8 &
+    streaming_duration recording_created bookmark_added recording_ready --seconds 8 &
 watcher=$!
 pids+=("$watcher")
 sleep 0.5
@@ -103,12 +103,24 @@ sleep 2.5
 zmctl record pause
 zmctl state
 zmctl record resume
-sleep 1.2
+sleep 0.6
+zmctl bookmark add --text "Opening shot"
+zmctl bookmark add --still --width 640 --height 360 --text "Guest arrives"
+sleep 0.6
 zmctl status
 zmctl record stop
 wait "$watcher" || true
 step "what the engine wrote for the new recording"
 (cd "$root/var/lib/zolo/recordings" && find . -type f ! -name 'recording.db*' | sort)
+step "the new recording as the library lists it: videos, bookmarks, the one nearest 2 s"
+zmctl recording list
+rec=$(zmctl --json recording list --count 1 | sed -n 's/.*"id":[[:space:]]*\([0-9]*\).*/\1/p' | head -1)
+zmctl recording show "$rec"
+zmctl bookmark search "$rec" --time 2000
+step "a snapshot taken on request, with its image"
+zmctl snapshot take --width 640 --height 360
+zmctl snapshot list
+zmctl image list "$(zmctl --json snapshot list --count 1 | sed -n 's/.*"id":[[:space:]]*\([0-9]*\).*/\1/p' | head -1)"
 step "the inputs with their front-panel names, one connected, a channel snapshot"
 zmctl source list
 zmctl channel list

@@ -158,3 +158,8 @@ std::string RecordingDb::SnapshotFolder() {
 std::string RecordingDb::RecordingSnapshotFolder(const std::string& recording_folder) {
   return Folder() + "/" + recording_folder + "/snapshots";
 }
+
+int RecordingDb::holders() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return holders_;
+}

@@ -3,7 +3,9 @@
 #include <cjson/cJSON.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/streams.h>
+#include <zolo_model/channel.h>
 #include <zolo_model/media_model.h>
+#include <zolo_model/source.h>
 #include <zolo_model/stream.h>
 
 #include <cstdio>
@@ -276,4 +278,41 @@ int zm_remove_stream(int id) {
   }
   zolo::NotifyMediaDataChange(zolo::ChangeType::kRemoved, zolo::DataKind::kStream, id);
   return 0;
+}
+
+namespace {
+
+// The recording-mode switches: the first enable flag of each file stream that `belongs`
+// selects, saved and announced one by one.
+template <class Belongs>
+int EnableFileStreams(bool enable, Belongs belongs) {
+  return zolo::UpdateStreams(
+      [](std::vector<Stream*>* s) { return Stream::QueryByTypeName("file", nullptr, true, s); },
+      [&](Stream* s) {
+        if (!belongs(s->channel())) return false;
+        s->enable(enable);
+        return true;
+      },
+      true);
+}
+
+bool IsInputChannel(const Channel* channel) {
+  if (channel == nullptr || channel->name() == "Movie") return false;
+  const ChannelSource* source = channel->video_source();
+  if (source == nullptr) return false;
+  const std::string& category = source->category();
+  return category == "capture" || category == "usb" || category == "network" ||
+         category == "listener";
+}
+
+}  // namespace
+
+int zm_enable_movie_file_stream(bool enable) {
+  return EnableFileStreams(enable, [](const Channel* channel) {
+    return channel != nullptr && channel->name() == "Movie";
+  });
+}
+
+int zm_enable_channel_file_stream(bool enable) {
+  return EnableFileStreams(enable, IsInputChannel);
 }

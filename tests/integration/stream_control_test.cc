@@ -70,7 +70,7 @@ TEST_F(StreamControlTest, ARecordingStartsPausesResumesAndStops) {
             R"({"stream":"movie1","filename":"keynote"}]})");
   ASSERT_FALSE(started.empty());
   EXPECT_STREQ(started[0].name, "movie1");
-  EXPECT_STREQ(started[0].channel_name, "Video-Capture1");
+  EXPECT_STREQ(started[0].channel_name, "Movie");
   EXPECT_GT(started[0].start_time, 0);
   EXPECT_EQ(zm_pause_stream(false), 0);
   EXPECT_EQ(sim_.Requests("pause_streams").back().payload, R"({"persist":false})");

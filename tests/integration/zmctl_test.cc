@@ -10,6 +10,7 @@
 #include <thread>
 
 #include <zolo/media.h>
+#include <zolo_model/recording_db.h>
 
 #include "engine_fixture.h"
 
@@ -143,6 +144,73 @@ TEST_F(ZmctlTest, UsageErrorsVersionAndCompletion) {
   EXPECT_NE(version.out.find(std::string("library ") + zm_version()), std::string::npos);
   EXPECT_NE(Run("__complete stream").out.find("set-destination\n"), std::string::npos);
   EXPECT_NE(Run("__complete").out.find("--json\n"), std::string::npos);
+}
+
+// A recording with a live bookmark and one with a still, seen through the recording,
+// bookmark, snapshot and image commands.
+TEST_F(ZmctlTest, RecordingsBookmarksAndSnapshots) {
+  // The in-process engine keeps its recording database open between tests; this test's
+  // sandbox has its own.
+  RecordingDb::Instance()->Release(true);
+  ASSERT_EQ(Run("record start").status, 0);
+  EXPECT_EQ(Run("bookmark add --text Kickoff").status, 0);
+  EXPECT_EQ(Run("bookmark add --still --width 64 --height 36 --text Goal").status, 0);
+  ASSERT_EQ(Run("record stop").status, 0);
+
+  cJSON* list = Json("recording list --count 1");
+  ASSERT_EQ(cJSON_GetArraySize(list), 1);
+  const cJSON* listed = cJSON_GetArrayItem(list, 0);
+  int id = cJSON_GetObjectItem(listed, "id")->valueint;
+  EXPECT_EQ(id, sim_.last_recording_id());
+  EXPECT_STREQ(cJSON_GetObjectItem(listed, "status")->valuestring, "ready");
+  int videos = cJSON_GetObjectItem(listed, "videos")->valueint;
+  EXPECT_GT(videos, 0);
+  cJSON_Delete(list);
+
+  cJSON* shown = Json("recording show " + std::to_string(id));
+  EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(shown, "videos")), videos);
+  const cJSON* bookmarks = cJSON_GetObjectItem(shown, "bookmarks");
+  ASSERT_EQ(cJSON_GetArraySize(bookmarks), 2);
+  const cJSON* with_still = cJSON_GetArrayItem(bookmarks, 1);
+  EXPECT_STREQ(cJSON_GetObjectItem(with_still, "text")->valuestring, "Goal");
+  std::string still = std::string(cJSON_GetObjectItem(shown, "folder")->valuestring) + "/" +
+                      cJSON_GetObjectItem(with_still, "snapshot")->valuestring;
+  FILE* jpeg = std::fopen(still.c_str(), "rb");
+  ASSERT_NE(jpeg, nullptr) << still;
+  EXPECT_EQ(std::fgetc(jpeg), 0xFF);  // a JPEG starts with its SOI marker
+  std::fclose(jpeg);
+  cJSON_Delete(shown);
+
+  cJSON* nearest = Json("bookmark search " + std::to_string(id) + " --time 0");
+  EXPECT_EQ(cJSON_GetObjectItem(cJSON_GetArrayItem(nearest, 0), "index")->valueint, 0);
+  cJSON_Delete(nearest);
+
+  EXPECT_EQ(Run("snapshot take --width 64 --height 36").status, 0);
+  cJSON* images = Json("image list 1");
+  ASSERT_EQ(cJSON_GetArraySize(images), 1);
+  EXPECT_GT(cJSON_GetObjectItem(cJSON_GetArrayItem(images, 0), "size")->valueint, 0);
+  cJSON_Delete(images);
+}
+
+// Refusals of the new groups: the code and its meaning, or a usage error.
+TEST_F(ZmctlTest, RecordingCommandsRefuse) {
+  struct Case {
+    const char* arguments;
+    int status;
+    const char* text;
+  } cases[] = {
+      {"bookmark add --text x", 1, "zm_add_bookmark failed: -4"},  // not recording
+      {"recording show 999", 1, "failed: -5"},
+      {"bookmark list 999", 1, "failed: -5"},
+      {"recording list --since yesterday", 1, "failed: -3"},
+      {"recording set 1", 1, "failed: -3"},
+      {"bookmark add 1 --text x", 2, "--time"},  // a recording's bookmark needs its time
+  };
+  for (const Case& c : cases) {
+    Result result = Run(c.arguments);
+    EXPECT_EQ(result.status, c.status) << c.arguments << result.out;
+    EXPECT_NE(result.out.find(c.text), std::string::npos) << c.arguments << result.out;
+  }
 }
 
 }  // namespace

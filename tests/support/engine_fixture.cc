@@ -2,6 +2,7 @@
 #include <cjson/cJSON.h>
 
 #include <zolo/media.h>
+#include <zolo_model/recording_db.h>
 
 #include <cstdlib>
 
@@ -40,6 +41,8 @@ void EngineTest::TearDown() {
   if (initialized_) zm_release();
   initialized_ = false;
   sim_.Stop();
+  // The recording database stays open between calls; each test's sandbox has its own.
+  RecordingDb::Instance()->Release(true);
   sandbox_.reset();
 }
 

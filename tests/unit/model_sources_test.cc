@@ -180,11 +180,11 @@ TEST_F(SourceModelTest, ChannelsCarryTheirSourcesAndStreams) {
       {8, "SRT-LISTENER1/SRT-LISTENER1/Remote Studio/Remote Studio"},
       {10, "-/Mix-Audio1/-/-"}};
   for (const auto& [id, linked] : cases) EXPECT_EQ(Linked(*ById<Channel>(id)), linked) << id;
-  // Channel 1 has 14 of the 29 streams; two of them hidden (one by default).
+  // Channel 1 has 13 of the 29 streams; two of them hidden (one by default).
   Exec("UPDATE stream SET hidden = 1 WHERE name = 'preview-ndi-sub'");
   auto capture = ById<Channel>(1);
-  EXPECT_EQ(capture->streams(false).size(), 14u);
-  EXPECT_EQ(capture->streams(true).size(), 12u);
+  EXPECT_EQ(capture->streams(false).size(), 13u);
+  EXPECT_EQ(capture->streams(true).size(), 11u);
   for (auto* stream : capture->streams(true)) EXPECT_NE(stream->name(), "preview-ndi-sub");
   EXPECT_TRUE(ById<Channel>(11)->streams(false).empty());
 }

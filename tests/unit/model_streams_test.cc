@@ -85,9 +85,9 @@ TEST_F(StreamModelTest, RelatedObjectsTypesAndById) {
   auto movie = ByName("movie1");
   ASSERT_TRUE(movie);
   ASSERT_NE(movie->channel(), nullptr);
-  EXPECT_EQ(movie->channel()->name(), "Video-Capture1");
+  EXPECT_EQ(movie->channel()->name(), "Movie");
   ASSERT_NE(movie->channel()->video_source(), nullptr);
-  EXPECT_EQ(movie->channel()->video_source()->id(), 1);
+  EXPECT_EQ(movie->channel()->video_source()->id(), 9);
   ASSERT_NE(movie->codec_parameter_preset(), nullptr);
   EXPECT_EQ(movie->codec_parameter_preset()->video_codec_name(), "H.264");
   EXPECT_EQ(movie->container(), "mp4");
@@ -100,13 +100,13 @@ TEST_F(StreamModelTest, RelatedObjectsTypesAndById) {
   delete by_id;
   EXPECT_EQ(Stream::QueryById(99999, true, &by_id), -5);
   // Streams of one query share their channel; it stays alive for the streams still held.
-  std::vector<Stream*> files;
-  ASSERT_EQ(Stream::QueryByTypeName("file", nullptr, true, &files), 0);
-  ASSERT_GE(files.size(), 2u);
-  EXPECT_EQ(files[0]->channel(), files[2]->channel());  // movie1 and backup1: Video-Capture1
-  Stream* first = files.front();
-  files.erase(files.begin());
-  MediaModel::CleanQuery(&files);
+  std::vector<Stream*> outputs;
+  ASSERT_EQ(Stream::QueryByTypeName("network", nullptr, true, &outputs), 0);
+  ASSERT_GE(outputs.size(), 2u);
+  EXPECT_EQ(outputs[0]->channel(), outputs[1]->channel());  // rtsp1 and rtmp1: Video-Capture1
+  Stream* first = outputs.front();
+  outputs.erase(outputs.begin());
+  MediaModel::CleanQuery(&outputs);
   ASSERT_NE(first->channel(), nullptr);
   EXPECT_EQ(first->channel()->name(), "Video-Capture1");
   EXPECT_NE(first->channel()->video_source(), nullptr);

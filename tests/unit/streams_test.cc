@@ -23,8 +23,8 @@ class StreamQueryTest : public zolo::test::ModelTest {
 TEST_F(StreamQueryTest, RecordsCarryChannelPresetParametersAndAuthentication) {
   zm_stream movie = One("movie1");
   EXPECT_STREQ(movie.type, "file");
-  EXPECT_STREQ(movie.channel_name, "Video-Capture1");
-  EXPECT_EQ(movie.video_source_id, 1);
+  EXPECT_STREQ(movie.channel_name, "Movie");
+  EXPECT_EQ(movie.video_source_id, 9);
   EXPECT_STREQ(movie.codec_preset_name, "1080p60 High");
   EXPECT_STREQ(movie.container, "mp4");
   EXPECT_EQ(movie.enable, 1);

@@ -50,6 +50,8 @@ void AddDeviceCommands(CLI::App& app, Context& context);
 void AddSourceCommands(CLI::App& app, Context& context);
 void AddCodecCommands(CLI::App& app, Context& context);
 void AddAudioCommands(CLI::App& app, Context& context);
+// recording, bookmark, snapshot, image.
+void AddRecordingCommands(CLI::App& app, Context& context);
 // "storage info", added to the storage group.
 void AddStorageInfoCommand(CLI::App& storage, Context& context);
 void AddMixerConfigCommands(CLI::App& app, Context& context);

@@ -29,6 +29,14 @@ int main(int argc, char** argv) {
                  "below it");
   bool demo_signals = false;
   app.add_flag("--demo-signals", demo_signals, "Emit \"audio_level\" once a second");
+  int generate = 0;
+  app.add_option("--generate-recordings", generate,
+                 "Fill the recording database with N generated recordings (3 videos each, "
+                 "10 minutes apart) and a few snapshots with images, in one transaction; only "
+                 "the 300 newest get their files (videos, information.json, bookmark.json), "
+                 "so that N = 100000 takes seconds")
+      ->type_name("N")
+      ->check(CLI::NonNegativeNumber);
   CLI11_PARSE(app, argc, argv);
   if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
 
@@ -41,6 +49,10 @@ int main(int argc, char** argv) {
   if (!initial_sql.empty() && !database.empty() &&
       MediaModel::Instance()->Initialize(database, initial_sql) < 0) {
     std::cerr << "zolo-media-sim: cannot create " << database << " from " << initial_sql << '\n';
+    return 1;
+  }
+  if (generate > 0 && zolo::sim::MediaSimulator::GenerateRecordings(generate) != 0) {
+    std::cerr << "zolo-media-sim: cannot write the generated recordings\n";
     return 1;
   }
   zolo::sim::MediaSimulator simulator;

@@ -13,6 +13,7 @@
 #include <list>
 #include <thread>
 
+#include "recorder.h"
 #include "sim_methods.h"
 
 namespace zolo::sim {
@@ -198,7 +199,9 @@ std::string StringOf(const cJSON* object, const char* name) {
 
 MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
   RegisterFrameMethods(*this);
-  RegisterStreamMethods(*this);
+  auto recorder = std::make_shared<Recorder>();
+  RegisterStreamMethods(*this, recorder);
+  RegisterRecordingMethods(*this, recorder);
   RegisterSourceMethods(*this);
   RegisterAudioMethods(*this);
   RegisterStorageInfoMethods(*this);

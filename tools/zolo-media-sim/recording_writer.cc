@@ -1,11 +1,15 @@
 #include "recording_writer.h"
 
+#include <cjson/cJSON.h>
+#include <zolo/yuvjpeg.h>
 #include <zolo_model/recording.h>
 #include <zolo_model/recording_db.h>
 
+#include <cstdio>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 namespace zolo::sim {
 
@@ -31,8 +35,32 @@ std::string FileName(const RecordedFile& file) {
 
 }  // namespace
 
+std::string PendingStillFolder() {
+  return RecordingDb::Instance()->Folder() + "/.pending_" + kBookmarkStillFolder;
+}
+
+std::string BookmarkFileText(const std::vector<Bookmark>& bookmarks) {
+  cJSON* array = cJSON_CreateArray();
+  for (const Bookmark& bookmark : bookmarks) {
+    cJSON* item = cJSON_CreateObject();
+    cJSON_AddNumberToObject(item, "time", static_cast<double>(bookmark.time));
+    cJSON_AddStringToObject(item, "text", bookmark.text.c_str());
+    std::string still =
+        bookmark.still.empty() ? "" : std::string(kBookmarkStillFolder) + "/" + bookmark.still;
+    cJSON_AddStringToObject(item, "snapshot", still.c_str());
+    cJSON_AddStringToObject(item, "category", bookmark.category.c_str());
+    cJSON_AddStringToObject(item, "description", bookmark.description.c_str());
+    cJSON_AddItemToArray(array, item);
+  }
+  char* text = cJSON_PrintUnformatted(array);
+  std::string result = text != nullptr ? text : "[]";
+  cJSON_free(text);
+  cJSON_Delete(array);
+  return result + "\n";
+}
+
 int WriteRecording(const std::vector<RecordedFile>& files, int64_t started, uint64_t duration_ms,
-                   std::string* name) {
+                   const std::vector<Bookmark>& bookmarks, std::string* name) {
   RecordingDb* db = RecordingDb::Instance();
   if (db->Connect() != 0) return 0;
   uint64_t finished = static_cast<uint64_t>(started) + duration_ms / 1000;
@@ -64,6 +92,14 @@ int WriteRecording(const std::vector<RecordedFile>& files, int64_t started, uint
       std::ofstream(directory + "/" + video.file_name())
           << "simulated video of " << file.stream << "\n";
     }
+    // The stills taken while recording move into the recording's folder.
+    std::filesystem::create_directories(directory + "/" + kBookmarkStillFolder, ignored);
+    for (const Bookmark& bookmark : bookmarks)
+      if (!bookmark.still.empty())
+        std::filesystem::rename(PendingStillFolder() + "/" + bookmark.still,
+                                directory + "/" + kBookmarkStillFolder + "/" + bookmark.still,
+                                ignored);
+    std::ofstream(directory + "/bookmark.json") << BookmarkFileText(bookmarks);
     recording.finished_at(finished);
     recording.duration(duration_ms);
     recording.status("ready");

@@ -20,11 +20,22 @@ JsonPtr ParsePayload(const std::string& payload);
 // The string member `name` of `object`, or "" when absent or not a string.
 std::string StringOf(const cJSON* object, const char* name);
 
+// A snapshot taken on request: its row, one JPEG image of `width` x `height` and the
+// image's row in the recording database. 0 with its id in `*snapshot_id`, or -1.
+int TakeSnapshot(int width, int height, int* snapshot_id);
+
+// Writes a width x height I420 frame of colour bars shifted by `seed` as a JPEG file at
+// `path` (through a raw frame file beside it). 0, or -1.
+int WriteStillJpeg(const std::string& path, int width, int height, int seed);
+
 // One function per family, each in its <family>_methods.cc.
 void RegisterFrameMethods(MediaSimulator& sim);
-void RegisterStreamMethods(MediaSimulator& sim);
+struct Recorder;
+void RegisterStreamMethods(MediaSimulator& sim, const std::shared_ptr<Recorder>& recorder);
 void RegisterSourceMethods(MediaSimulator& sim);
 void RegisterAudioMethods(MediaSimulator& sim);
 void RegisterStorageInfoMethods(MediaSimulator& sim);
+// Bookmarks taken while `recorder` records, bookmark-file announcements and snapshots.
+void RegisterRecordingMethods(MediaSimulator& sim, const std::shared_ptr<Recorder>& recorder);
 
 }  // namespace zolo::sim

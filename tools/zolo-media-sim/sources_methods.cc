@@ -59,41 +59,6 @@ std::unique_ptr<Channel> FindChannel(MediaSimulator& engine, int id) {
   return std::unique_ptr<Channel>(channel);
 }
 
-// Writes a width x height I420 frame of vertical colour bars, shifted by `seed`, as JPEG
-// to `path` through a raw frame file beside it. 0, or -1.
-int WriteFrameJpeg(const std::string& path, int width, int height, int seed) {
-  static const unsigned char kBars[8][3] = {{235, 128, 128}, {210, 16, 146},  {170, 166, 16},
-                                            {145, 54, 34},   {106, 202, 222}, {81, 90, 240},
-                                            {41, 240, 110},  {16, 128, 128}};
-  const int cw = (width + 1) / 2;
-  const int ch = (height + 1) / 2;
-  std::vector<unsigned char> frame(static_cast<size_t>(width) * height + 2u * cw * ch);
-  unsigned char* y = frame.data();
-  unsigned char* u = y + static_cast<size_t>(width) * height;
-  unsigned char* v = u + static_cast<size_t>(cw) * ch;
-  auto bar = [&](int x, int w) { return (x * 8 / w + seed) % 8; };
-  for (int row = 0; row < height; ++row)
-    for (int x = 0; x < width; ++x)
-      y[static_cast<size_t>(row) * width + x] = kBars[bar(x, width)][0];
-  for (int row = 0; row < ch; ++row)
-    for (int x = 0; x < cw; ++x) {
-      u[static_cast<size_t>(row) * cw + x] = kBars[bar(x, cw)][1];
-      v[static_cast<size_t>(row) * cw + x] = kBars[bar(x, cw)][2];
-    }
-  const std::string raw = path + ".yuv";
-  {
-    std::ofstream out(raw, std::ios::binary | std::ios::trunc);
-    if (!out) return -1;
-    out.write(reinterpret_cast<const char*>(frame.data()),
-              static_cast<std::streamsize>(frame.size()));
-    if (!out) return -1;
-  }
-  int result = yuv2jpeg(raw.c_str(), path.c_str(), static_cast<unsigned>(width),
-                        static_cast<unsigned>(height), 85);
-  std::remove(raw.c_str());
-  return result;
-}
-
 std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
   JsonPtr request = ParsePayload(payload);
   int channel = 0, width = 0, height = 0;
@@ -111,7 +76,7 @@ std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
   const std::string path = zolo::SysrootPath(file.string());
   if (!std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error))
     return Reply(kRefused);
-  return WriteFrameJpeg(path, width, height, channel) == 0 ? Reply(0) : Reply(kRefused);
+  return WriteStillJpeg(path, width, height, channel) == 0 ? Reply(0) : Reply(kRefused);
 }
 
 }  // namespace

@@ -6,48 +6,48 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
+#include <filesystem>
 #include <map>
 #include <vector>
 
+#include "recorder.h"
 #include "recording_writer.h"
 #include "sim_methods.h"
 
 namespace zolo::sim {
 
-namespace {
+using Clock = Recorder::Clock;
 
-using Clock = std::chrono::steady_clock;
+uint64_t Recorder::ElapsedMs(int state) const {
+  uint64_t elapsed = static_cast<uint64_t>(recorded_seconds) * 1000;
+  if (state != kRecording) return elapsed;
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(next_second - Clock::now());
+  long long part = 1000 - static_cast<long long>(left.count());
+  return elapsed + static_cast<uint64_t>(part < 0 ? 0 : part > 999 ? 999 : part);
+}
 
-// The recording in progress: its file streams, the names asked for them, the seconds
-// recorded so far (pauses excluded) and when the next second is due.
-struct Recorder {
-  long started = 0;
-  std::vector<RecordedFile> files;
-  int recorded_seconds = 0;
-  Clock::time_point next_second;
+void Recorder::EmitStatus(MediaSimulator& sim, const char* status) const {
+  for (const RecordedFile& file : files)
+    sim.Signal("stream_status", "{\"Name\":\"" + file.stream + "\",\"Status\":\"" + status + "\"}");
+}
 
-  void EmitStatus(MediaSimulator& sim, const char* status) const {
+int Recorder::Tick(MediaSimulator& sim) {
+  if (sim.engine_state() != kRecording) return -1;
+  auto now = Clock::now();
+  if (now >= next_second) {
+    ++recorded_seconds;
     for (const RecordedFile& file : files)
-      sim.Signal("stream_status",
-                 "{\"Name\":\"" + file.stream + "\",\"Status\":\"" + status + "\"}");
+      sim.Signal("streaming_duration", "{\"Name\":\"" + file.stream + "\",\"Duration\":" +
+                                           std::to_string(recorded_seconds) + ",\"Type\":1}");
+    next_second += std::chrono::seconds(1);
+    if (next_second <= now) next_second = now + std::chrono::seconds(1);
   }
-  // While recording: "streaming_duration" of every file stream once a second.
-  int Tick(MediaSimulator& sim) {
-    if (sim.engine_state() != kRecording) return -1;
-    auto now = Clock::now();
-    if (now >= next_second) {
-      ++recorded_seconds;
-      for (const RecordedFile& file : files)
-        sim.Signal("streaming_duration", "{\"Name\":\"" + file.stream + "\",\"Duration\":" +
-                                             std::to_string(recorded_seconds) + ",\"Type\":1}");
-      next_second += std::chrono::seconds(1);
-      if (next_second <= now) next_second = now + std::chrono::seconds(1);
-    }
-    return static_cast<int>(
-               std::chrono::duration_cast<std::chrono::milliseconds>(next_second - now).count()) +
-           1;
-  }
-};
+  return static_cast<int>(
+             std::chrono::duration_cast<std::chrono::milliseconds>(next_second - now).count()) +
+         1;
+}
+
+namespace {
 
 // The streams a start or stop touches: enabled, not suspended file and network streams, or
 // the network streams named `name` when one is given.
@@ -110,8 +110,7 @@ std::vector<RecordedFile> FilesOf(const cJSON* items, const std::string& payload
 
 }  // namespace
 
-void RegisterStreamMethods(MediaSimulator& sim) {
-  auto recorder = std::make_shared<Recorder>();
+void RegisterStreamMethods(MediaSimulator& sim, const std::shared_ptr<Recorder>& recorder) {
   sim.AddTicker([recorder](MediaSimulator& engine) { return recorder->Tick(engine); });
   sim.Handle("start_streams", [recorder](const std::string& payload, MediaSimulator& engine) {
     int state = engine.engine_state();
@@ -122,6 +121,10 @@ void RegisterStreamMethods(MediaSimulator& sim) {
     if (fresh) {
       recorder->files = FilesOf(items, payload);
       recorder->recorded_seconds = 0;
+      recorder->bookmarks.clear();
+      recorder->bookmarks_taken = 0;
+      std::error_code ignored;  // stills of a recording that was never written
+      std::filesystem::remove_all(PendingStillFolder(), ignored);
     }
     engine.set_engine_state(kRecording);
     recorder->next_second = Clock::now() + std::chrono::seconds(1);
@@ -152,17 +155,21 @@ void RegisterStreamMethods(MediaSimulator& sim) {
     // The recorded length counts the whole seconds spent recording, pauses excluded.
     uint64_t duration_ms = static_cast<uint64_t>(recorder->recorded_seconds) * 1000;
     std::string name;
-    int id = recorder->files.empty()
-                 ? 0
-                 : WriteRecording(recorder->files, recorder->started, duration_ms, &name);
+    int id = recorder->files.empty() ? 0
+                                     : WriteRecording(recorder->files, recorder->started,
+                                                      duration_ms, recorder->bookmarks, &name);
     if (id > 0) engine.set_last_recording_id(id);
     std::string reply = StreamsReply(StreamItems(engine, nullptr, recorder->started, now), id);
     engine.Signal("streaming_state", R"({"State":"idle","Flags":""})");
     recorder->EmitStatus(engine, "stopped");
     recorder->files.clear();
-    if (id > 0)
-      engine.Signal("recording_created",
-                    "{\"Id\":" + std::to_string(id) + ",\"Name\":\"" + name + "\"}");
+    recorder->bookmarks.clear();
+    if (id > 0) {
+      std::string record = "{\"Id\":" + std::to_string(id) + ",\"Name\":\"" + name + "\"}";
+      engine.Signal("recording_created", record);
+      // Its files are closed and its bookmarks written: the recording can be used.
+      engine.Signal("recording_ready", record);
+    }
     return reply;
   });
   sim.Handle("get_stream_status", [recorder](const std::string&, MediaSimulator& engine) {

@@ -103,6 +103,12 @@ ZM_EXPORT int zm_enable_stream(const char* pattern, int enable, int option1, int
 ZM_EXPORT int zm_enable_stream(const char* pattern, int enable, int option1, int option2,
                                int option3);
 ZM_EXPORT int zm_suspend_stream(const char* pattern, int suspend);
+// Recording-mode switches: the first enable flag of the movie file streams (file streams on
+// the program channel "Movie") / of the channel file streams (file streams on an input
+// channel: capture, USB or network), each stream saved and announced. 0; -5 when the query
+// fails; -1 when a write was refused.
+ZM_EXPORT int zm_enable_movie_file_stream(bool enable);
+ZM_EXPORT int zm_enable_channel_file_stream(bool enable);
 // Removes stream `id` (1 or more); removing an H.264/H.265 NDI stream may disable every NDI
 // stream when the NDI preview companion is configured. 0, -3, -5 or the model's result.
 ZM_EXPORT int zm_remove_stream(int id);

@@ -73,6 +73,13 @@ class MediaSimulator {
   // Id of the last recording written to the recording database; 0 before the first.
   int last_recording_id() const;
 
+  // Fills the recording database with `count` generated finished recordings of three
+  // videos each, ten minutes apart up to now, in one transaction, plus a few snapshots with
+  // their images. Only the `with_files` newest (all when negative) get their folders: the
+  // video files, "information.json" and a "bookmark.json" with a still. 0, or -1 when the
+  // recording database cannot be written. Call before Start.
+  static int GenerateRecordings(int count, int with_files = 300);
+
   // For method handlers and tickers only: they run on the simulator's thread with its lock
   // held, so these read and change the engine without taking the lock again.
   int engine_state() const;

@@ -27,6 +27,8 @@ class RecordingDb {
   // Gives back one Connect. With `close`, the connection is closed when nobody holds it.
   void Release(bool close);
   bool IsConnected() const;
+  // How many Connects are not given back yet (0 between well-behaved calls).
+  int holders() const;
 
   // Absolute folder of the recordings (below the sandbox root), without a trailing "/".
   std::string Folder();

@@ -1,0 +1,119 @@
+// The bookmark file: read into a list, printed back, searched for the nearest bookmark.
+#include <cjson/cJSON.h>
+#include <zolo/media/recordings.h>
+#include <zolo/utils.h>
+
+#include <cmath>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "libzolo_media/bookmark_file.h"
+
+namespace {
+
+// A bookmark file larger than this is not a bookmark file.
+constexpr int64_t kMaxBookmarkFile = 64 << 20;
+
+using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+
+// A JSON number as the file's unsigned 64-bit time: values from 2^63 up go through the
+// unsigned range, negative ones wrap as a signed conversion would.
+uint64_t TimeOf(const cJSON* item) {
+  if (!cJSON_IsNumber(item)) return 0;
+  double value = item->valuedouble;
+  constexpr double kTwo63 = 9223372036854775808.0;
+  if (std::isnan(value)) return 0;
+  if (value >= 2 * kTwo63) return UINT64_MAX;
+  if (value >= kTwo63) return static_cast<uint64_t>(value - kTwo63) + (1ull << 63);
+  if (value <= -kTwo63) return 1ull << 63;
+  return static_cast<uint64_t>(static_cast<int64_t>(value));
+}
+
+std::string TextOf(const cJSON* object, const char* key) {
+  const cJSON* item = cJSON_GetObjectItem(object, key);
+  return cJSON_IsString(item) ? item->valuestring : "";
+}
+
+}  // namespace
+
+namespace zolo {
+
+std::string PrintBookmarks(const zm_recording_bookmark& bookmark) {
+  Json array(cJSON_CreateArray(), cJSON_Delete);
+  for (const zm_bookmark_item& item : bookmark.items) {
+    cJSON* object = cJSON_CreateObject();
+    cJSON_AddNumberToObject(object, "time", static_cast<double>(item.time));
+    cJSON_AddStringToObject(object, "text", item.text.c_str());
+    cJSON_AddStringToObject(object, "snapshot", item.snapshot.c_str());
+    cJSON_AddStringToObject(object, "category", item.category.c_str());
+    cJSON_AddStringToObject(object, "description", item.description.c_str());
+    cJSON_AddItemToArray(array.get(), object);
+  }
+  char* text = cJSON_PrintUnformatted(array.get());
+  std::string result = text != nullptr ? text : "[]";
+  cJSON_free(text);
+  return result + "\n";
+}
+
+}  // namespace zolo
+
+int zm_load_recording_bookmark(const std::string& path, zm_recording_bookmark* out) {
+  if (path.empty() || out == nullptr) return -3;
+  out->items.clear();
+  out->count = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return -1;
+  out->path = path;
+  int64_t size = FileSize(path);
+  if (size < 0 || size > kMaxBookmarkFile) return -2;
+  std::string text(static_cast<size_t>(size), '\0');
+  file.read(text.data(), size);
+  text.resize(static_cast<size_t>(file.gcount()));
+  Json root(cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete);
+  if (!cJSON_IsArray(root.get())) return -2;
+  const cJSON* element = nullptr;
+  cJSON_ArrayForEach(element, root.get()) {
+    if (!cJSON_IsObject(element) || !cJSON_HasObjectItem(element, "time") ||
+        !cJSON_HasObjectItem(element, "text") || !cJSON_HasObjectItem(element, "snapshot"))
+      return -2;
+    zm_bookmark_item item{};
+    item.time = TimeOf(cJSON_GetObjectItem(element, "time"));
+    item.text = TextOf(element, "text");
+    item.snapshot = TextOf(element, "snapshot");
+    item.category = TextOf(element, "category");
+    item.description = TextOf(element, "description");
+    out->items.push_back(std::move(item));
+    ++out->count;
+  }
+  return 0;
+}
+
+int zm_search_bookmark(zm_recording_bookmark* bookmark, uint64_t t) {
+  if (bookmark == nullptr) return -3;
+  if (bookmark->items.empty()) return -1;
+  if (bookmark->items.size() == 1) return 0;
+  std::vector<uint64_t> times;
+  times.reserve(bookmark->items.size());
+  for (const zm_bookmark_item& item : bookmark->items) times.push_back(item.time);
+  auto diff = [&](size_t i) { return static_cast<int64_t>(t - times[i]); };
+  size_t lo = 0;
+  size_t hi = times.size() - 1;
+  size_t mid = 0;
+  for (;;) {
+    mid = (lo + hi) / 2;
+    if (mid == lo || mid == hi) break;
+    if (diff(lo) < 1 || diff(mid) < 1)
+      hi = mid;
+    else
+      lo = mid;
+    if (lo >= hi) return static_cast<int>(mid);
+  }
+  int64_t d_lo = diff(lo);
+  int64_t d_hi = diff(hi);
+  auto magnitude = [](int64_t v) {
+    return v < 0 ? 0 - static_cast<uint64_t>(v) : static_cast<uint64_t>(v);
+  };
+  return static_cast<int>(magnitude(d_lo) < magnitude(d_hi) ? lo : hi);
+}
