@@ -26,5 +26,7 @@ void RegisterStreamMethods(MediaSimulator& sim);
 void RegisterSourceMethods(MediaSimulator& sim);
 void RegisterAudioMethods(MediaSimulator& sim);
 void RegisterStorageInfoMethods(MediaSimulator& sim);
+void RegisterMixerMethods(MediaSimulator& sim);
+void RegisterPlaybackMethods(MediaSimulator& sim);
 
 }  // namespace zolo::sim
