@@ -154,6 +154,26 @@ theme=$(zmctl --json theme add --name "Interview" --layout "$pip" --background 3
 zmctl theme list
 zmctl theme remove "$theme"
 zmctl asset list background
+step "the mixer live: the new layout on air, a mixer snapshot, playback of the recording"
+"$repo/build/tools/zmctl/zmctl" --sandbox "$root" signals watch video_layout --count 1 --seconds 5 &
+watcher=$!
+pids+=("$watcher")
+sleep 0.5
+zmctl mixer layout "$pip" main --persist
+wait "$watcher" || true
+zmctl mixer show main
+zmctl color get
+zmctl mixer snapshot file:///var/lib/zolo/media/images/mixer.jpg --width 640 --height 360
+file "$root/var/lib/zolo/media/images/mixer.jpg" 2>/dev/null ||
+    ls -l "$root/var/lib/zolo/media/images/mixer.jpg"
+take=$(cd "$root" && find var/lib/zolo/recordings -type f -name '*.mp4' | sort | head -n 1)
+zmctl playback start "/$take"
+zmctl playback state
+zmctl playback seek 1
+zmctl playback pause
+zmctl playback state
+zmctl playback stop
+zmctl playback state
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

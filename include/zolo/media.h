@@ -13,6 +13,7 @@
 #include <zolo/media/errors.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/mixer_config.h>
+#include <zolo/media/mixer_live.h>
 #include <zolo/media/recordings.h>
 #include <zolo/media/signal.h>
 #include <zolo/media/sources.h>

@@ -55,5 +55,7 @@ void AddRecordingCommands(CLI::App& app, Context& context);
 // "storage info", added to the storage group.
 void AddStorageInfoCommand(CLI::App& storage, Context& context);
 void AddMixerConfigCommands(CLI::App& app, Context& context);
+// mixer, color, playback, ringtone: the mixers on air and playback.
+void AddMixerLiveCommands(CLI::App& app, Context& context);
 
 }  // namespace zmctl

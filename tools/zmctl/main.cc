@@ -63,6 +63,7 @@ int main(int argc, char** argv) {
   zmctl::AddAudioCommands(app, context);
   zmctl::AddMixerConfigCommands(app, context);
   zmctl::AddRecordingCommands(app, context);
+  zmctl::AddMixerLiveCommands(app, context);
   // "__complete" may follow the global options, as the completion script passes them on.
   for (int i = 1; i < argc; ++i)
     if (std::strcmp(argv[i], "__complete") == 0) return Complete(app, argc - i - 1, argv + i + 1);

@@ -205,6 +205,8 @@ MediaSimulator::MediaSimulator() : impl_(std::make_unique<Impl>()) {
   RegisterSourceMethods(*this);
   RegisterAudioMethods(*this);
   RegisterStorageInfoMethods(*this);
+  RegisterMixerMethods(*this);
+  RegisterPlaybackMethods(*this);
   // Lets a shell or another process drive the simulator: {"name": signal, "payload": text}.
   Handle("sim_emit", [](const std::string& payload, MediaSimulator& sim) {
     cJSON* json = cJSON_Parse(payload.c_str());

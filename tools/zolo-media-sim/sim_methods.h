@@ -37,5 +37,7 @@ void RegisterAudioMethods(MediaSimulator& sim);
 void RegisterStorageInfoMethods(MediaSimulator& sim);
 // Bookmarks taken while `recorder` records, bookmark-file announcements and snapshots.
 void RegisterRecordingMethods(MediaSimulator& sim, const std::shared_ptr<Recorder>& recorder);
+void RegisterMixerMethods(MediaSimulator& sim);
+void RegisterPlaybackMethods(MediaSimulator& sim);
 
 }  // namespace zolo::sim
