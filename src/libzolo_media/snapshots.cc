@@ -180,28 +180,31 @@ int zm_get_image_status_count(const char* status) {
   });
 }
 
-int zm_set_image_status(int id, const char* status) {
+namespace {
+
+// Sets the status of row `id` of `Row` (Image or Snapshot). 0; -3; -1; -5. A null status
+// throws std::logic_error once the row is found.
+template <class Row>
+int SetStatus(int id, const char* status) {
   if (id < 1) return -3;
   RecordingDbSession session;
   if (!session.connected()) return -1;
-  Image* row = nullptr;
-  if (Image::QueryById(id, &row) < 0 || row == nullptr) return -5;
-  std::unique_ptr<Image> image(row);
+  Row* found = nullptr;
+  if (Row::QueryById(id, &found) < 0 || found == nullptr) return -5;
+  std::unique_ptr<Row> row(found);
   zolo::RequireText(status);
-  image->status(status);
-  return Image::Update(image.get()) < 0 ? -1 : 0;
+  row->status(status);
+  return Row::Update(row.get()) < 0 ? -1 : 0;
+}
+
+}  // namespace
+
+int zm_set_image_status(int id, const char* status) {
+  return SetStatus<Image>(id, status);
 }
 
 int zm_set_snapshot_status(int id, const char* status) {
-  if (id < 1) return -3;
-  RecordingDbSession session;
-  if (!session.connected()) return -1;
-  Snapshot* row = nullptr;
-  if (Snapshot::QueryById(id, &row) < 0 || row == nullptr) return -5;
-  std::unique_ptr<Snapshot> snapshot(row);
-  zolo::RequireText(status);
-  snapshot->status(status);
-  return Snapshot::Update(snapshot.get()) < 0 ? -1 : 0;
+  return SetStatus<Snapshot>(id, status);
 }
 
 int zm_remove_image(int id) {

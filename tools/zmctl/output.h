@@ -1,6 +1,7 @@
 // Printing results as aligned tables (default) or JSON (--json), and result-code errors.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,6 +26,8 @@ class Output {
   bool json_;
 };
 
+// Bytes in binary units with one decimal ("1.9 GiB"; plain bytes below 1 KiB).
+std::string HumanSize(uint64_t bytes);
 // Prints "zmctl: <what> failed: <code> (<meaning>)" to stderr and returns exit status 1.
 int Fail(const std::string& what, int code);
 

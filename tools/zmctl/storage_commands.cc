@@ -12,20 +12,6 @@ namespace zmctl {
 
 namespace {
 
-// Bytes in binary units with one decimal ("1.9 GiB").
-std::string HumanSize(uint64_t bytes) {
-  static constexpr const char* kUnits[] = {"B", "KiB", "MiB", "GiB", "TiB", "PiB"};
-  double value = static_cast<double>(bytes);
-  size_t unit = 0;
-  while (value >= 1024 && unit + 1 < std::size(kUnits)) {
-    value /= 1024;
-    ++unit;
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
-  return text;
-}
-
 // Seconds as h:mm; "-" for an unknown time.
 std::string HoursMinutes(int seconds) {
   if (seconds < 0) return "-";
