@@ -14,6 +14,7 @@
 
 #include "private_bus.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 namespace {
@@ -80,16 +81,10 @@ BENCHMARK(BM_raw_sdbus_and_sqlite)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
-    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+  zolo::bench::SetBenchEnvironment();
   zolo::test::PrivateBus bus;
   zolo::test::Sandbox sandbox;
-  std::string src = zolo::test::SourceDir();
-  sandbox.WriteFile("/etc/media.conf", zolo::test::ReadFile(src + "/data/media.conf"));
-  sandbox.WriteFile("/usr/share/media/initial.sql",
-                    zolo::test::ReadFile(src + "/data/initial.sql"));
-  sandbox.MakeDir("/var/lib/zolo");
+  zolo::bench::LayOutAppliance(sandbox);
   g_database = sandbox.Path("/var/lib/zolo/media.db");
   zolo::sim::MediaSimulator sim;
   if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {

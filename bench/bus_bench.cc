@@ -15,6 +15,7 @@
 
 #include "private_bus.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 namespace {
@@ -145,16 +146,10 @@ BENCHMARK(BM_raw_sdbus_signals)->Unit(benchmark::kMillisecond)->UseManualTime()-
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  const char* source = std::getenv("ZOLO_SOURCE_DIR");
-  if (source == nullptr) setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+  zolo::bench::SetBenchEnvironment();
   zolo::test::PrivateBus bus;
   zolo::test::Sandbox sandbox;
-  std::string src = zolo::test::SourceDir();
-  sandbox.WriteFile("/etc/media.conf", zolo::test::ReadFile(src + "/data/media.conf"));
-  sandbox.WriteFile("/usr/share/media/initial.sql",
-                    zolo::test::ReadFile(src + "/data/initial.sql"));
-  sandbox.MakeDir("/var/lib/zolo");
+  zolo::bench::LayOutAppliance(sandbox);
   zolo::sim::MediaSimulator sim;
   g_sim = &sim;
   if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {

@@ -15,6 +15,7 @@
 
 #include "private_bus.h"
 #include "ratio_reporter.h"
+#include "raw_rows.h"
 #include "sandbox.h"
 
 namespace {
@@ -116,16 +117,10 @@ BENCHMARK(BM_raw_layout_to_signal)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 }  // namespace
 
 int main(int argc, char** argv) {
-  setenv("OVIK_LOG_SYSLOG", "0", 1);
-  if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
-    setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+  zolo::bench::SetBenchEnvironment();
   zolo::test::PrivateBus bus;
   zolo::test::Sandbox sandbox;
-  std::string src = zolo::test::SourceDir();
-  sandbox.WriteFile("/etc/media.conf", zolo::test::ReadFile(src + "/data/media.conf"));
-  sandbox.WriteFile("/usr/share/media/initial.sql",
-                    zolo::test::ReadFile(src + "/data/initial.sql"));
-  sandbox.MakeDir("/var/lib/zolo");
+  zolo::bench::LayOutAppliance(sandbox);
   zolo::sim::MediaSimulator sim;
   if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {
     std::fprintf(stderr, "mixer_live_bench: cannot set up the bus, the simulator or the library\n");

@@ -14,16 +14,31 @@
 #include <utility>
 #include <vector>
 
+#include "model_fixture.h"
 #include "sandbox.h"
 
 namespace zolo::bench {
 
-// A fresh media database made from the tree's initial SQL inside `sandbox`, connected as the
-// model's database. Its path, or "" when it cannot be made.
-inline std::string OpenBenchDatabase(zolo::test::Sandbox& sandbox) {
+// No syslog lines from the benchmarks, and the source tree found without ctest.
+inline void SetBenchEnvironment() {
   setenv("OVIK_LOG_SYSLOG", "0", 1);
   if (std::getenv("ZOLO_SOURCE_DIR") == nullptr)
     setenv("ZOLO_SOURCE_DIR", ZOLO_SOURCE_DIR_DEFAULT, 1);
+}
+
+// The default configuration and initial SQL below `sandbox`, as zm_init(true) expects them.
+inline void LayOutAppliance(zolo::test::Sandbox& sandbox) {
+  std::string src = zolo::test::SourceDir();
+  sandbox.WriteFile("/etc/media.conf", zolo::test::ReadFile(src + "/data/media.conf"));
+  sandbox.WriteFile("/usr/share/media/initial.sql",
+                    zolo::test::ReadFile(src + "/data/initial.sql"));
+  sandbox.MakeDir("/var/lib/zolo");
+}
+
+// A fresh media database made from the tree's initial SQL inside `sandbox`, connected as the
+// model's database. Its path, or "" when it cannot be made.
+inline std::string OpenBenchDatabase(zolo::test::Sandbox& sandbox) {
+  SetBenchEnvironment();
   std::string path = sandbox.Path("/media.db");
   return MediaModel::Instance()->Initialize(path, zolo::test::InitialSqlPath()) == 0 ? path : "";
 }
