@@ -9,13 +9,11 @@
 #include <memory>
 #include <string>
 #include <vector>
+#include "common/json_holder.h"
 
 namespace zolo::model {
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 // `text` parsed (bounded by its length, not by a NUL); null when it is not JSON.
 inline Json ParseJson(const std::string& text) {

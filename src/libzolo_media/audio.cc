@@ -12,13 +12,11 @@
 #include <string>
 
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 // Copies `text` into a zeroed field, cut to its capacity.
 template <size_t N>

@@ -10,13 +10,14 @@
 #include <vector>
 
 #include "libzolo_media/bookmark_file.h"
+#include "common/json_holder.h"
 
 namespace {
 
 // A bookmark file larger than this is not a bookmark file.
 constexpr int64_t kMaxBookmarkFile = 64 << 20;
 
-using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+using Json = zolo::JsonHolder;
 
 // A JSON number as the file's unsigned 64-bit time: values from 2^63 up go through the
 // unsigned range, negative ones wrap as a signed conversion would.
@@ -41,7 +42,7 @@ std::string TextOf(const cJSON* object, const char* key) {
 namespace zolo {
 
 std::string PrintBookmarks(const zm_recording_bookmark& bookmark) {
-  Json array(cJSON_CreateArray(), cJSON_Delete);
+  Json array(cJSON_CreateArray());
   for (const zm_bookmark_item& item : bookmark.items) {
     cJSON* object = cJSON_CreateObject();
     cJSON_AddNumberToObject(object, "time", static_cast<double>(item.time));
@@ -71,7 +72,7 @@ int zm_load_recording_bookmark(const std::string& path, zm_recording_bookmark* o
   std::string text(static_cast<size_t>(size), '\0');
   file.read(text.data(), size);
   text.resize(static_cast<size_t>(file.gcount()));
-  Json root(cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete);
+  Json root(cJSON_ParseWithLength(text.data(), text.size()));
   if (!cJSON_IsArray(root.get())) return -2;
   const cJSON* element = nullptr;
   cJSON_ArrayForEach(element, root.get()) {

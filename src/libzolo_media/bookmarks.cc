@@ -21,12 +21,13 @@
 #include "libzolo_media/bookmark_file.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/recording_access.h"
+#include "common/json_holder.h"
 
 namespace {
 
 constexpr const char* kLogSource = "libzolo_media";
 
-using Json = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+using Json = zolo::JsonHolder;
 // Whether `path` is an existing, writable regular file (a bookmark file is never created).
 bool Writable(const std::string& path) {
   struct stat st;
@@ -114,7 +115,7 @@ int zm_save_recording_bookmark_file(const char* path, const char* json) {
     return -5;
   }
   int code = 0;
-  Json parsed(cJSON_Parse(json), cJSON_Delete);
+  Json parsed(cJSON_Parse(json));
   if (!parsed) {
     // The file keeps what it held: an unparsable text never replaces it.
     ZLOG(0, "Parse bookmark string fail");

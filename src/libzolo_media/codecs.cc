@@ -15,6 +15,7 @@
 
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
@@ -22,10 +23,7 @@ constexpr const char* kLogSource = "libzolo_media";
 constexpr const char* kNdiPattern = "ndi://%";
 constexpr const char* kNdiPreviewProfile = "NDI Preview Profile";
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 using Preset = CodecParameterPreset;
 
 // Copies `text` into a zeroed field, cut to its capacity (as "%s" formatting would).

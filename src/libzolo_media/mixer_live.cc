@@ -15,15 +15,13 @@
 #include <vector>
 
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
 constexpr const char* kDisplayMixerUri = "zolo://video/display_mixer/0";
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 template <size_t N>
 void CopyText(char (&field)[N], const std::string& text) {

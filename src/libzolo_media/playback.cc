@@ -9,13 +9,11 @@
 #include <string>
 
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 // Playback needs an engine that is up: states 0 and 2 refuse it.
 bool EngineReady() {

@@ -19,6 +19,7 @@
 
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
@@ -26,10 +27,7 @@ constexpr const char* kLogSource = "libzolo_media";
 constexpr const char* kSnapshotUriTemplate =
     "file:///var/lib/zolo/media/images/snapshot/snapshot_%03d.jpg";
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 int Call(const char* method, const Json& payload) {
   return zm_call_media_method(method, payload.get(), nullptr, zolo::kCallTimeout);

@@ -17,16 +17,14 @@
 
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
+#include "common/json_holder.h"
 
 namespace {
 
 constexpr const char* kLogSource = "libzolo_media";
 constexpr unsigned long kUnlimitedRecording = 2147483647;
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 bool ToStorageEnum(ZM_STORAGE selector, StorageEnum* e) {
   switch (selector) {

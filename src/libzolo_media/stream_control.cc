@@ -16,15 +16,13 @@
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/stream_writes.h"
+#include "common/json_holder.h"
 
 namespace {
 
 constexpr const char* kLogSource = "libzolo_media";
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 // Which reply members a call copies into its records.
 enum ReplyField : unsigned {

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include "common/json_holder.h"
 
 namespace {
 
@@ -61,10 +62,7 @@ void CopyText(char* out, size_t capacity, const char* text) {
   out[length] = '\0';
 }
 
-struct JsonDeleter {
-  void operator()(cJSON* json) const { cJSON_Delete(json); }
-};
-using Json = std::unique_ptr<cJSON, JsonDeleter>;
+using Json = zolo::JsonHolder;
 
 Json ParseObject(const char* payload) {
   if (payload == nullptr) return nullptr;

@@ -189,7 +189,7 @@ std::string Reply(int code, cJSON* extra) {
 }
 
 JsonPtr ParsePayload(const std::string& payload) {
-  return JsonPtr(cJSON_Parse(payload.c_str()), cJSON_Delete);
+  return JsonPtr(cJSON_Parse(payload.c_str()));
 }
 
 std::string StringOf(const cJSON* object, const char* name) {

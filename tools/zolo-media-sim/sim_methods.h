@@ -8,10 +8,11 @@
 #include <string>
 
 #include "zolo_media_sim.h"
+#include "common/json_holder.h"
 
 namespace zolo::sim {
 
-using JsonPtr = std::unique_ptr<cJSON, decltype(&cJSON_Delete)>;
+using JsonPtr = zolo::JsonHolder;
 
 // The reply text {"code": code, …} with the members of `extra` (taken over; may be null).
 std::string Reply(int code, cJSON* extra = nullptr);
