@@ -3,14 +3,18 @@
 #include <zolo/media/recordings.h>
 #include <zolo/utils.h>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cmath>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "libzolo_media/bookmark_file.h"
 #include "common/json_holder.h"
+#include "libzolo_media/bookmark_file.h"
 
 namespace {
 
@@ -30,6 +34,28 @@ uint64_t TimeOf(const cJSON* item) {
   if (value >= kTwo63) return static_cast<uint64_t>(value - kTwo63) + (1ull << 63);
   if (value <= -kTwo63) return 1ull << 63;
   return static_cast<uint64_t>(static_cast<int64_t>(value));
+}
+
+// Reads the open file `fd` to its end into `text`; false when it cannot be read or is
+// larger than a bookmark file can be.
+bool ReadWhole(int fd, std::string* text) {
+  struct stat st;
+  if (fstat(fd, &st) != 0 || st.st_size > kMaxBookmarkFile) return false;
+  text->resize(static_cast<size_t>(st.st_size));
+  size_t filled = 0;
+  for (;;) {
+    if (filled == text->size()) {
+      if (text->size() >= static_cast<size_t>(kMaxBookmarkFile)) break;
+      text->resize(text->size() + 4096);
+    }
+    ssize_t got = read(fd, text->data() + filled, text->size() - filled);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return false;
+    if (got == 0) break;
+    filled += static_cast<size_t>(got);
+  }
+  text->resize(filled);
+  return true;
 }
 
 std::string TextOf(const cJSON* object, const char* key) {
@@ -64,14 +90,15 @@ int zm_load_recording_bookmark(const std::string& path, zm_recording_bookmark* o
   if (path.empty() || out == nullptr) return -3;
   out->items.clear();
   out->count = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return -1;
+  // The size and the bytes come from the one open file: a replace between the open and
+  // the read cannot make the old file look short.
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -1;
   out->path = path;
-  int64_t size = FileSize(path);
-  if (size < 0 || size > kMaxBookmarkFile) return -2;
-  std::string text(static_cast<size_t>(size), '\0');
-  file.read(text.data(), size);
-  text.resize(static_cast<size_t>(file.gcount()));
+  std::string text;
+  bool whole = ReadWhole(fd, &text);
+  close(fd);
+  if (!whole) return -2;
   Json root(cJSON_ParseWithLength(text.data(), text.size()));
   if (!cJSON_IsArray(root.get())) return -2;
   const cJSON* element = nullptr;

@@ -2,26 +2,31 @@
 // atomically, each write announced to the engine; and the engine's own bookmark commands
 // while it records. Reading, printing and searching the file are in bookmark_file.cc.
 #include <cjson/cJSON.h>
+#include <fcntl.h>
 #include <glib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zolo/media/frame.h>
 #include <zolo/media/recordings.h>
 #include <zolo/utils.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
-#include <fstream>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
-#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "common/json_holder.h"
 #include "common/log.h"
 #include "libzolo_media/bookmark_file.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/recording_access.h"
-#include "common/json_holder.h"
 
 namespace {
 
@@ -57,18 +62,106 @@ int Announce(const std::string& path, int code) {
   return result;
 }
 
-// Writes the record; a failed write is announced with code -1 and returned as -1, so it
-// is never mistaken for a saved file.
-int Save(zm_recording_bookmark& bookmark) {
-  int code = 0;
+// How long a writer waits for another one to finish with the same file.
+constexpr auto kLockWait = std::chrono::seconds(5);
+
+// The advisory lock of one bookmark file: flock on "<file>.lock" beside it. flock locks
+// belong to the open file, so two threads of one process exclude each other just as two
+// processes do (the engine and every front end write these files). The lock file is not
+// the bookmark file itself because a replace gives the bookmark file a new inode.
+class BookmarkLock {
+ public:
+  explicit BookmarkLock(const std::string& path) {
+    std::string lock_path = path + ".lock";
+    fd_ = open(lock_path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd_ < 0) {
+      ZLOG(0, "Lock bookmark file fail: %s: %s", lock_path.c_str(), g_strerror(errno));
+      return;
+    }
+    auto deadline = std::chrono::steady_clock::now() + kLockWait;
+    auto pause = std::chrono::microseconds(200);
+    while (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
+      if ((errno != EWOULDBLOCK && errno != EINTR) ||
+          std::chrono::steady_clock::now() >= deadline) {
+        ZLOG(0, "Lock bookmark file fail: %s: %s", lock_path.c_str(), g_strerror(errno));
+        close(fd_);
+        fd_ = -1;
+        return;
+      }
+      std::this_thread::sleep_for(pause);
+      pause = std::min(pause * 2, std::chrono::microseconds(20000));
+    }
+  }
+  ~BookmarkLock() {
+    if (fd_ >= 0) close(fd_);  // closing the only descriptor releases the lock
+  }
+  BookmarkLock(const BookmarkLock&) = delete;
+  BookmarkLock& operator=(const BookmarkLock&) = delete;
+  bool held() const { return fd_ >= 0; }
+
+ private:
+  int fd_ = -1;
+};
+
+// Writes the record over its existing file; 0, or -1 (not writable, not written).
+int Write(const zm_recording_bookmark& bookmark) {
   if (!Writable(bookmark.path)) {
     ZLOG(0, "Write file fail: %d", errno);
-    code = -1;
-  } else if (ReplaceFile(bookmark.path, zolo::PrintBookmarks(bookmark)) != 0) {
-    code = -1;
+    return -1;
   }
-  int announced = Announce(bookmark.path, code);
+  return ReplaceFile(bookmark.path, zolo::PrintBookmarks(bookmark));
+}
+
+// The same under the file's lock; -1 also when the lock cannot be had.
+int WriteLocked(const zm_recording_bookmark& bookmark) {
+  BookmarkLock lock(bookmark.path);
+  return lock.held() ? Write(bookmark) : -1;
+}
+
+// Announces the outcome of a write; a failed write is announced with code -1 and returned
+// as -1, so it is never mistaken for a saved file.
+int Announced(const std::string& path, int code) {
+  int announced = Announce(path, code);
   return code != 0 ? code : announced;
+}
+
+int Save(zm_recording_bookmark& bookmark) {
+  return Announced(bookmark.path, WriteLocked(bookmark));
+}
+
+// The path of a bookmark's still, `still` relative to the bookmark file's folder `folder`;
+// "" when it would lead outside that folder (an absolute path, "..", or a symbolic link
+// on the way out of it).
+std::string StillPath(const std::string& folder, const std::string& still) {
+  if (still.empty() || g_path_is_absolute(still.c_str())) return std::string();
+  int depth = 0;
+  gchar** parts = g_strsplit(still.c_str(), "/", -1);
+  for (gchar** part = parts; *part != nullptr && depth >= 0; ++part) {
+    if (std::strcmp(*part, "..") == 0)
+      --depth;
+    else if (**part != '\0' && std::strcmp(*part, ".") != 0)
+      ++depth;
+  }
+  g_strfreev(parts);
+  if (depth <= 0) return std::string();
+  // A symbolic link on the way must not lead out either: the deepest folder of the path
+  // that exists (a still being added may not have its folder yet) resolves inside.
+  std::string path = folder + "/" + still;
+  std::string existing = path;
+  char* real_parent = nullptr;
+  while (real_parent == nullptr && existing.size() > folder.size()) {
+    gchar* parent = g_path_get_dirname(existing.c_str());
+    existing = parent;
+    g_free(parent);
+    real_parent = realpath(existing.c_str(), nullptr);
+  }
+  char* real_folder = realpath(folder.c_str(), nullptr);
+  bool inside = real_parent != nullptr && real_folder != nullptr &&
+                (std::strcmp(real_parent, real_folder) == 0 ||
+                 g_str_has_prefix(real_parent, (std::string(real_folder) + "/").c_str()));
+  free(real_parent);
+  free(real_folder);
+  return inside ? path : std::string();
 }
 
 // The bookmark file of recording `id`, with the recording database connected by the caller.
@@ -81,7 +174,8 @@ int BookmarkPathOf(int id, std::string* path, std::string* folder) {
   return 0;
 }
 
-// Removes the items at `time` and their stills.
+// Removes the items at `time` and their stills; a still outside the bookmark file's folder
+// is never removed.
 void RemoveItems(zm_recording_bookmark& bookmark, uint64_t time) {
   gchar* directory = g_path_get_dirname(bookmark.path.c_str());
   for (auto it = bookmark.items.begin(); it != bookmark.items.end();) {
@@ -89,7 +183,13 @@ void RemoveItems(zm_recording_bookmark& bookmark, uint64_t time) {
       ++it;
       continue;
     }
-    if (!it->snapshot.empty()) Remove(std::string(directory) + "/" + it->snapshot);
+    if (!it->snapshot.empty()) {
+      std::string still = StillPath(directory, it->snapshot);
+      if (still.empty())
+        ZLOG(0, "Bookmark still outside the recording kept: %s", it->snapshot.c_str());
+      else
+        Remove(still);
+    }
     it = bookmark.items.erase(it);
     --bookmark.count;
   }
@@ -120,8 +220,9 @@ int zm_save_recording_bookmark_file(const char* path, const char* json) {
     // The file keeps what it held: an unparsable text never replaces it.
     ZLOG(0, "Parse bookmark string fail");
     code = -3;
-  } else if (ReplaceFile(path, std::string(json) + "\n") != 0) {
-    code = -1;
+  } else {
+    BookmarkLock lock(path);
+    if (!lock.held() || ReplaceFile(path, std::string(json) + "\n") != 0) code = -1;
   }
   int announced = Announce(path, code);
   return code == -1 ? -1 : announced;
@@ -135,24 +236,36 @@ int zm_add_recording_bookmark(int recording_id, const char* text, uint64_t time,
   std::string path;
   std::string folder;
   if (int found = BookmarkPathOf(recording_id, &path, &folder); found != 0) return found;
-  zm_recording_bookmark bookmark{};
-  if (int loaded = zm_load_recording_bookmark(path, &bookmark); loaded < 0) return loaded;
-  for (const zm_bookmark_item& item : bookmark.items)
-    if (item.time == time) return -1;
-  zm_bookmark_item item{};
-  item.time = time;
-  item.text = text != nullptr ? text : "";
-  item.category = "manual";
-  // Stills are kept relative to the recording's folder, from "bookmark_snapshots" on.
+  // Stills are kept relative to the recording's folder, from "bookmark_snapshots" on; one
+  // that leads outside it is refused.
   std::string still = snapshot != nullptr ? snapshot : "";
   size_t at = still.find("bookmark_snapshots");
-  item.snapshot = at == std::string::npos ? still : still.substr(at);
-  item.description = description != nullptr ? description : "";
-  bookmark.items.push_back(std::move(item));
-  ++bookmark.count;
-  bookmark.items.sort(
-      [](const zm_bookmark_item& a, const zm_bookmark_item& b) { return a.time < b.time; });
-  return Save(bookmark);
+  if (at != std::string::npos) still = still.substr(at);
+  if (!still.empty() && StillPath(folder, still).empty()) {
+    ZLOG(0, "Bookmark still outside the recording: %s", still.c_str());
+    return -3;
+  }
+  int code = 0;
+  {
+    BookmarkLock lock(path);
+    if (!lock.held()) return Announced(path, -1);
+    zm_recording_bookmark bookmark{};
+    if (int loaded = zm_load_recording_bookmark(path, &bookmark); loaded < 0) return loaded;
+    for (const zm_bookmark_item& item : bookmark.items)
+      if (item.time == time) return -1;
+    zm_bookmark_item item{};
+    item.time = time;
+    item.text = text != nullptr ? text : "";
+    item.category = "manual";
+    item.snapshot = still;
+    item.description = description != nullptr ? description : "";
+    bookmark.items.push_back(std::move(item));
+    ++bookmark.count;
+    bookmark.items.sort(
+        [](const zm_bookmark_item& a, const zm_bookmark_item& b) { return a.time < b.time; });
+    code = Write(bookmark);
+  }
+  return Announced(path, code);
 }
 
 int zm_update_recording_bookmark(zm_recording_bookmark* bookmark, const char* text, uint64_t time,
@@ -187,10 +300,16 @@ int zm_delete_recording_bookmark(int recording_id, uint64_t time) {
   std::string path;
   std::string folder;
   if (int found = BookmarkPathOf(recording_id, &path, &folder); found != 0) return found;
-  zm_recording_bookmark bookmark{};
-  if (int loaded = zm_load_recording_bookmark(path, &bookmark); loaded < 0) return loaded;
-  RemoveItems(bookmark, time);
-  return Save(bookmark);
+  int code = 0;
+  {
+    BookmarkLock lock(path);
+    if (!lock.held()) return Announced(path, -1);
+    zm_recording_bookmark bookmark{};
+    if (int loaded = zm_load_recording_bookmark(path, &bookmark); loaded < 0) return loaded;
+    RemoveItems(bookmark, time);
+    code = Write(bookmark);
+  }
+  return Announced(path, code);
 }
 
 int zm_add_bookmark(const char* text, bool counter) {

@@ -145,12 +145,40 @@ TEST_F(BookmarksTest, RewritesAreAtomic) {
     }
   });
   int failed = 0;
-  for (int i = 0; i < 20; ++i)
+  for (int i = 0; i < 60; ++i)
     failed += zm_save_recording_bookmark_file(path_.c_str(), i % 2 ? kThree : big.c_str()) != 0;
   done = true;
   reader.join();
   EXPECT_EQ(failed, 0);
   EXPECT_EQ(torn.load(), 0);
+}
+
+// Two writers of one file: every addition reported as saved is in the file.
+TEST_F(BookmarksTest, ConcurrentAdditionsAreAllKept) {
+  std::atomic<int> saved{0};
+  auto add = [&](uint64_t first) {
+    for (uint64_t t = first; t < first + 100; ++t)
+      if (zm_add_recording_bookmark(id_, "c", t, nullptr, nullptr) == 0) ++saved;
+  };
+  std::thread a(add, 1000);
+  std::thread b(add, 2000);
+  a.join();
+  b.join();
+  EXPECT_EQ(saved.load(), 200);
+  EXPECT_EQ(Times().size(), 3u + saved.load());
+}
+
+// A still named by bookmark text never leads outside the recording's folder.
+TEST_F(BookmarksTest, StillsOutsideTheRecordingAreRefusedAndNeverRemoved) {
+  std::string victim = RecordingPath("../victim.conf");
+  sandbox_->WriteFile(victim.substr(sandbox_->root().size()), "keep");
+  for (const char* still : {"../../victim.conf", "/etc/victim.conf", "a/../../x.jpg"})
+    EXPECT_EQ(zm_add_recording_bookmark(id_, "t", 5, still, nullptr), -3) << still;
+  std::string hostile = R"([{"time":5,"text":"t","snapshot":"../../victim.conf"}])";
+  ASSERT_EQ(zm_save_recording_bookmark_file(path_.c_str(), hostile.c_str()), 0);
+  EXPECT_EQ(zm_delete_recording_bookmark(id_, 5), 0);
+  EXPECT_EQ(ReadFile(victim), "keep");
+  EXPECT_TRUE(Times().empty());
 }
 
 TEST_F(BookmarksTest, WhileRecordingTheEngineKeepsTheBookmarks) {
