@@ -143,6 +143,10 @@ int Channel::QueryVisible(std::vector<Channel*>* out) {
   return QueryList("c.visible = 1", nullptr, 0, out);
 }
 
+int Channel::QueryAll(std::vector<Channel*>* out) {
+  return QueryList("1 = 1", nullptr, 0, out);
+}
+
 int Channel::Add(Channel* channel) {
   if (channel == nullptr) return -3;
   return zolo::model::WithMediaDatabase([channel](zolo::model::Database& db) {

@@ -100,10 +100,22 @@ inline const char* TextMember(const cJSON* json, const std::string& key) {
   return cJSON_IsString(item) ? item->valuestring : nullptr;
 }
 
+// Whether `text` is a JSON object, or blank (an object not yet written).
+inline bool IsObjectText(const std::string& text) {
+  if (text.find_first_not_of(" \t\r\n") == std::string::npos) return true;
+  Json parsed = ParseJson(text);
+  return cJSON_IsObject(parsed.get());
+}
+
 // Sets member `key` to `value` (taking it) and prints the object back into `*text`.
-// 0, or -1 when `value` could not be made.
+// 0, or -1 when `value` could not be made or `*text` holds something other than a JSON
+// object: a text that does not parse is never replaced by one member.
 inline int SetMember(std::string* text, cJSON** cache, const std::string& key, cJSON* value) {
   if (value == nullptr) return -1;
+  if (!IsObjectText(*text)) {
+    cJSON_Delete(value);
+    return -1;
+  }
   cJSON* json = ParsedObject(*text, cache);
   if (cJSON_GetObjectItemCaseSensitive(json, key.c_str()) != nullptr)
     cJSON_ReplaceItemInObjectCaseSensitive(json, key.c_str(), value);

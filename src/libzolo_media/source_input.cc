@@ -17,9 +17,9 @@
 #include <new>
 #include <string>
 
+#include "common/json_holder.h"
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
-#include "common/json_holder.h"
 
 namespace {
 
@@ -120,7 +120,11 @@ int StorePreviewDest(const std::string& database, int id, const std::string& pat
     row.reset();
     ZLOG_AS("make_channel_preview_snapshot_task", 2, "%s: user source name is %s",
             "make_channel_preview_snapshot_task", source.name().c_str());
-    if (source.UpdateParameter("preview_dest", path) < 0) return -1;
+    if (source.UpdateParameter("preview_dest", path) < 0) {
+      ZLOG_AS("make_channel_preview_snapshot_task", 0,
+              "preview_dest of user source %d: parameters are not a JSON object; kept", id);
+      return -1;
+    }
     SQLite::Statement& update = db.Prepared("UPDATE user_source SET parameters = ? WHERE id = ?");
     update.bind(1, source.parameters());
     update.bind(2, id);

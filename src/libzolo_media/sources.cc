@@ -255,9 +255,10 @@ int zm_get_channel_available_sources(int id, std::vector<zm_source>* out) {
   const int category = own ? MediaSource::StringToCategory(own->category()) : -1;
   const std::string own_url = own ? own->url() : std::string();
 
-  // Sources of the same kind that channels use, each claiming its slot.
+  // Sources of the same kind that channels use, each claiming its slot. A hidden channel
+  // still holds its sources: what counts is whether the source is visible.
   std::vector<Channel*> channels;
-  if (Channel::QueryVisible(&channels) < 0) {
+  if (Channel::QueryAll(&channels) < 0) {
     MediaModel::CleanQuery(&channels);
     MediaModel::CleanQuery(&sources);
     return -5;

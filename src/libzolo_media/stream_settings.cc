@@ -10,10 +10,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/log.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/stream_writes.h"
 
 namespace {
+
+constexpr const char* kLogSource = "libzolo_media";
 
 // `text` with the user, password and port of `access` in place of its own; scheme, host (IPv6
 // brackets included), path, query and fragment stay exactly as written. False when `text`
@@ -48,15 +51,22 @@ template <class Value>
 int SetStreamValue(const char* type, const char* name, const char* key, Value value,
                    bool authentication) {
   if ((type == nullptr && name == nullptr) || key == nullptr || !zolo::IsValidUtf8(key)) return -3;
-  return zolo::UpdateStreams(
+  // A stream whose stored object text does not parse keeps it: the change is refused (-1).
+  bool refused = false;
+  int result = zolo::UpdateStreams(
       [&](std::vector<Stream*>* s) { return Stream::QueryByTypeName(type, name, true, s); },
       [&](Stream* s) {
-        if (authentication)
-          s->UpdateAuthentication(key, value);
-        else
-          s->UpdateParameter(key, value);
+        int set =
+            authentication ? s->UpdateAuthentication(key, value) : s->UpdateParameter(key, value);
+        if (set < 0) {
+          ZLOG(0, "stream %d: %s is not a JSON object; kept", s->id(),
+               authentication ? "authentication" : "parameters");
+          refused = true;
+        }
+        return set >= 0;
       },
       false);
+  return result == 0 && refused ? -1 : result;
 }
 
 int AppendMetadata(const std::vector<StreamMetadata*>& rows, int id,

@@ -1,8 +1,10 @@
 // Commands on a channel's input over the bus: payloads, results, the engine's follow-up
 // signal, snapshot files, and the preview snapshot task (also across a release).
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 #include <jpeglib.h>
 #include <zolo/media.h>
+#include <zolo_model/media_model.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -230,6 +232,23 @@ TEST_F(SourceInputTest, PreviewSnapshotWritesTheUserSourcesPreviewDest) {
   ASSERT_TRUE(WaitForLog(log, "make_channel_preview_snapshot_task out"));
   EXPECT_NE(Payload("make_channel_snapshot").find("snapshot_1234.jpg"), std::string::npos);
   EXPECT_STREQ(UserSource(1234).preview_dest, "");
+  EXPECT_TRUE(sim_.Requests("change_media_data").empty());
+
+  // Parameters that do not parse are kept as they are, not replaced by the one member.
+  const std::string broken = R"({"latency":200,)";
+  ASSERT_EQ(zm_execute_db_command(
+                ("UPDATE user_source SET parameters = '" + broken + "' WHERE id = 1234").c_str()),
+            0);
+  sim_.Force("make_channel_snapshot", Forced{Forced::kCode, 0, 0, ""});
+  log.Clear();
+  ASSERT_EQ(zm_make_channel_preview_snapshot(7, 160, 90), 0);
+  ASSERT_TRUE(WaitForLog(log, "make_channel_preview_snapshot_task out"));
+  EXPECT_TRUE(
+      log.Has("preview_dest of user source 1234: parameters are not a JSON object; kept", 0))
+      << log.Dump();
+  SQLite::Database db(MediaModel::Instance()->database()->path(), SQLite::OPEN_READONLY);
+  EXPECT_EQ(db.execAndGet("SELECT parameters FROM user_source WHERE id = 1234").getString(),
+            broken);
   EXPECT_TRUE(sim_.Requests("change_media_data").empty());
 
   EXPECT_EQ(zm_make_channel_preview_snapshot(1, 160, 90), -5);

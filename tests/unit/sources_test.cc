@@ -211,9 +211,10 @@ TEST_F(SourcesTest, AvailableSourcesFollowTheNamingRules) {
   AddSource(31, "SDI2", 0, "capture://video/1");
   Exec("UPDATE channel_source SET available = 0 WHERE id = 31");
   EXPECT_EQ(Offered(2), (std::vector<std::string>{"Capture2", "HDMI2"}));
-  // A source of another input that a channel uses claims slot 2 for every head.
+  // A source of another input that a channel uses claims slot 2 for every head, also when
+  // that channel is hidden.
   AddSource(32, "SDI3_2", 0, "capture://video/9");
-  Exec("UPDATE channel SET audio_source_id = 32 WHERE id = 3");
+  Exec("UPDATE channel SET audio_source_id = 32, visible = 0 WHERE id = 3");
   EXPECT_TRUE(Offered(2).empty());
   std::vector<zm_source> out;
   EXPECT_EQ(zm_get_channel_available_sources(999, &out), -5);

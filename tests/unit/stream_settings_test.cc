@@ -99,6 +99,14 @@ TEST_F(StreamSettingsTest, ParametersAndAuthenticationByTypeOrName) {
   EXPECT_STREQ(srt.passphrase, "0123456789abcdef");
   EXPECT_EQ(srt.key_length, 32);
   EXPECT_EQ(zm_set_stream_param("network", "srt1", "x", static_cast<const char*>(nullptr)), -3);
+  // Stored parameters that do not parse are kept; the change is refused.
+  ASSERT_EQ(zm_execute_db_command(
+                R"(UPDATE stream SET parameters = '{"latency":2,' WHERE name = 'srt1')"),
+            0);
+  EXPECT_EQ(zm_set_stream_param("network", "srt1", "latency", 9), -1);
+  SQLite::Database db(MediaModel::Instance()->database()->path(), SQLite::OPEN_READONLY);
+  EXPECT_EQ(db.execAndGet("SELECT parameters FROM stream WHERE name = 'srt1'").getString(),
+            R"({"latency":2,)");
 }
 
 TEST_F(StreamSettingsTest, MetadataKeysRowsAndTheBackupStream) {

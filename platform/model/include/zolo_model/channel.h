@@ -26,6 +26,8 @@ class Channel {
   static int QueryByName(const std::string& name, Channel** out);
   // Every visible channel, appended to `out`. 0; -3; -1.
   static int QueryVisible(std::vector<Channel*>* out);
+  // Every channel, hidden ones included, appended to `out`. 0; -3; -1.
+  static int QueryAll(std::vector<Channel*>* out);
   // Inserts `channel` with its source links and takes its new id. 0; -3; -2; -1.
   static int Add(Channel* channel);
   // Stores name, source links and attributes. 0; -3; -5 when it no longer exists; -2; -1.
