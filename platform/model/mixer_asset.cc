@@ -44,7 +44,8 @@ class MixerAssetRow {
     return zolo::model::QueryInt(
         &asset->rank_,
         "UPDATE mixer_asset SET name = ?1, path = ?2, origin = ?3, origins = ?4, location = ?5, "
-        "content = ?6, enabled = ?7, rank = CASE WHEN ?7 = 0 THEN -1 WHEN ?8 >= 1 THEN ?8 ELSE "
+        "content = ?6, enabled = ?7, rank = CASE WHEN ?7 = 0 THEN -1 WHEN ?8 >= 1 THEN ?8 WHEN "
+        "enabled = 1 THEN rank ELSE "
         "(SELECT COALESCE(MAX(o.rank), 0) + 1 FROM mixer_asset o WHERE o.type = ?10 AND "
         "o.enabled = 1 AND o.id <> ?9) END WHERE id = ?9 AND type = ?10 RETURNING rank",
         asset->name_, asset->path_, asset->origin_, origins, asset->location_, asset->content_,

@@ -147,7 +147,9 @@ int MixerConfig::Update(MixerConfig* config) {
   int result = zolo::model::QueryInt(
       &config->rank_,
       "UPDATE mixer_config SET group_id = NULLIF(?1, 0), name = ?2, content = ?3, enabled = ?5, "
-      "custom = ?6, rank = CASE WHEN ?5 = 0 THEN -1 WHEN ?4 >= 1 THEN ?4 ELSE (SELECT "
+      "custom = ?6, rank = CASE WHEN ?5 = 0 THEN -1 WHEN ?4 >= 1 THEN ?4 WHEN enabled = 1 AND "
+      "group_id IS NULLIF(?1, 0) THEN rank "
+      "ELSE (SELECT "
       "COALESCE(MAX(o.rank), 0) + 1 FROM mixer_config o WHERE o.enabled = 1 AND o.type = ?8 "
       "AND o.group_id IS NULLIF(?1, 0) AND o.id <> ?7) END WHERE id = ?7 AND type = ?8 "
       "RETURNING rank",

@@ -32,7 +32,8 @@ class ThemeRow {
         &theme->rank_,
         "UPDATE theme SET name = ?1, layout_id = NULLIF(?2, 0), background_id = NULLIF(?3, 0), "
         "overlay_id = NULLIF(?4, 0), enabled = ?5, rank = CASE WHEN ?5 = 0 THEN -1 WHEN ?6 >= 1 "
-        "THEN ?6 ELSE (SELECT COALESCE(MAX(o.rank), 0) + 1 FROM theme o WHERE o.enabled = 1 AND "
+        "THEN ?6 WHEN enabled = 1 THEN rank ELSE (SELECT COALESCE(MAX(o.rank), 0) + 1 FROM theme o "
+        "WHERE o.enabled = 1 AND "
         "o.id <> ?7) END WHERE id = ?7 RETURNING rank",
         theme->name_, theme->layout_id_, theme->background_id_, theme->overlay_id_,
         theme->enabled_ ? 1 : 0, theme->rank_, theme->id_);

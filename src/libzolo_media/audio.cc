@@ -11,8 +11,8 @@
 #include <memory>
 #include <string>
 
-#include "libzolo_media/media_call.h"
 #include "common/json_holder.h"
+#include "libzolo_media/media_call.h"
 
 namespace {
 
@@ -218,7 +218,7 @@ int zm_set_audio_input_mode(const char* name, int mode) {
 }
 
 int zm_set_audio_input_hw_loop_through(const char* name, bool enable) {
-  if (Missing(name)) return -3;
+  // No argument is checked here: the engine answers for a missing or unknown name.
   return PortCommand("set_audio_input_hw_loopthrough", name, [enable](cJSON* payload) {
     cJSON_AddBoolToObject(payload, "enable", enable);
   });

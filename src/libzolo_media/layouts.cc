@@ -305,6 +305,7 @@ int zm_get_layout_by_group(const char* name, std::vector<zm_layout>* out) {
     return -5;
   }
   std::unique_ptr<MixerConfigGroup> group(found);
+  if (group->id() < 1) return -5;  // ids below 1 are "no group" everywhere
   bool with_image = BelowBoundary(group.get(), DisplayBoundary());
   out->reserve(out->size() + group->configs().size());
   for (MixerConfig* config : group->configs()) {
@@ -315,23 +316,12 @@ int zm_get_layout_by_group(const char* name, std::vector<zm_layout>* out) {
   return 0;
 }
 
-int zm_add_layout(const zm_layout& layout) {
-  // Taking the slot is one step in the database, so two callers adding at once never
-  // write into the same slot.
-  MixerConfig* slot = nullptr;
-  if (MixerConfig::TakeFreeSlot(kVideo, &slot) != 0 || slot == nullptr) {
-    delete slot;
-    return -2;
-  }
-  std::unique_ptr<MixerConfig> taken(slot);
-  if (zm_set_layout(taken->id(), layout, true, true) == 0) return taken->id();
-  // Nothing was stored: the slot goes back to the pool.
-  taken->enabled(false);
-  MixerConfig::Update(taken.get());
-  return -1;
-}
+namespace {
 
-int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
+// Stores the windows of layout `id` and renders its preview. `adding`: the slot was just
+// taken from the free pool, has no kind yet and is filed under "Manual"; an edit keeps the
+// layout's group and rank as they are.
+int StoreLayout(int id, const zm_layout& layout, bool custom, bool notify, bool adding) {
   MixerConfig* found = nullptr;
   if (MixerConfig::QueryById(kVideo, id, &found) < 0 || found == nullptr) {
     delete found;
@@ -346,7 +336,7 @@ int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
   if (!ValidWindows(layout.video_layouts)) return -3;
   if (config->content(zm_get_layout_string(layout.video_layouts)) < 0) return -3;
   // A slot taken from the free pool has no kind yet: it becomes a manual layout.
-  if (config->group() == nullptr) {
+  if (adding && config->group() == nullptr) {
     MixerConfigGroup* manual = nullptr;
     if (MixerConfigGroup::QueryByTypeName(kVideo, "Manual", &manual) == 0 && manual != nullptr) {
       config->group_id(manual->id());
@@ -379,6 +369,28 @@ int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
     return -1;
   }
   return 0;
+}
+
+}  // namespace
+
+int zm_set_layout(int id, const zm_layout& layout, bool custom, bool notify) {
+  return StoreLayout(id, layout, custom, notify, false);
+}
+
+int zm_add_layout(const zm_layout& layout) {
+  // Taking the slot is one step in the database, so two callers adding at once never
+  // write into the same slot.
+  MixerConfig* slot = nullptr;
+  if (MixerConfig::TakeFreeSlot(kVideo, &slot) != 0 || slot == nullptr) {
+    delete slot;
+    return -2;
+  }
+  std::unique_ptr<MixerConfig> taken(slot);
+  if (StoreLayout(taken->id(), layout, true, true, true) == 0) return taken->id();
+  // Nothing was stored: the slot goes back to the pool.
+  taken->enabled(false);
+  MixerConfig::Update(taken.get());
+  return -1;
 }
 
 int zm_set_layout(int id, const std::vector<int>& source_ids, bool custom, bool notify) {

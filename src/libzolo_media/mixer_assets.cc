@@ -268,8 +268,8 @@ int zm_get_foreground(int id, std::vector<zm_foreground>* out) {
 }
 
 int zm_get_intermission(int id, std::vector<zm_foreground>* out) {
-  // Free intermission slots are listed too: the engine may show any of them.
-  return Query(MixerAsset::kForeground, id, true, out, FillPicture<zm_foreground>, IsIntermission);
+  // Every foreground, enabled or not: the engine may show any of them at any time.
+  return Query(MixerAsset::kForeground, id, true, out, FillPicture<zm_foreground>);
 }
 
 int zm_get_overlay(int id, std::vector<zm_overlay>* out) {

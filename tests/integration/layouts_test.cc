@@ -1,10 +1,12 @@
 // Layouts: the layout string, listings and their order, the slot pool, editing with its
 // notifications, and the preview rendering task.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <cairo.h>
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <zolo/media.h>
+#include <zolo_model/media_model.h>
 
 #include <algorithm>
 #include <chrono>
@@ -231,6 +233,31 @@ TEST_F(LayoutsTest, ListingsSortByKindThenRankAndSplitAtDisplay) {
   EXPECT_EQ(zm_get_layout_by_group("Nope", &out), -5);
   EXPECT_EQ(zm_get_record_layout(48, &out), -5);  // "Display" is gone: 48 has no kind now
   EXPECT_EQ(zm_get_display_layout(), 49);
+}
+
+// An edit stores the windows only: the layout's group and rank stay as they are, and a
+// group id below 1 is "no group" for every query.
+TEST_F(LayoutsTest, EditsKeepGroupAndRankAndGroupsBelowOneAreNone) {
+  Exec("UPDATE mixer_config SET rank = 0 WHERE id = 11");
+  Exec("UPDATE mixer_config SET rank = -1 WHERE id = 12");
+  Exec("UPDATE mixer_config SET group_id = NULL, rank = 3 WHERE id = 13");
+  for (int id : {11, 12, 13}) ASSERT_EQ(zm_set_layout(id, kPip, true, false), 0) << id;
+  ASSERT_TRUE(TasksDone(3));
+  SQLite::Database db(MediaModel::Instance()->database()->path(), SQLite::OPEN_READONLY);
+  SQLite::Statement rows(
+      db, "SELECT id, COALESCE(group_id, 0) > 0, rank FROM mixer_config WHERE id IN (11, 12, 13)");
+  std::vector<std::string> stored;
+  while (rows.executeStep())
+    stored.push_back(rows.getColumn(0).getString() + ":" + rows.getColumn(1).getString() + ":" +
+                     rows.getColumn(2).getString());
+  EXPECT_EQ(stored, (std::vector<std::string>{"11:1:0", "12:1:-1", "13:0:3"}));
+
+  Exec("INSERT INTO mixer_config_group (id, type, name) VALUES (-5, 0, 'Below')");
+  Exec("UPDATE mixer_config SET group_id = -5 WHERE id = 14");
+  std::vector<zm_layout> out;
+  EXPECT_EQ(zm_get_layout(14, &out), -5);
+  EXPECT_EQ(zm_get_layout_by_group("Below", &out), -5);
+  EXPECT_TRUE(out.empty());
 }
 
 TEST_F(LayoutsTest, SlotPoolRunsOutAndFreedSlotsComeBackUnlisted) {

@@ -44,13 +44,13 @@ class MixerAssetsTest : public EngineTest {
   }
 };
 
-TEST_F(MixerAssetsTest, QueriesShowAssetsInUseAndEveryIntermissionSlot) {
+TEST_F(MixerAssetsTest, QueriesShowAssetsInUseAndEveryForegroundForIntermission) {
   EXPECT_EQ(Backgrounds(), "1:black.png 2:grey.png 3:blue.png ");
   std::vector<zm_foreground> fg, im;
   ASSERT_EQ(zm_get_foreground(0, &fg), 0);
   ASSERT_EQ(zm_get_intermission(0, &im), 0);
   EXPECT_EQ(fg.size(), 1u);
-  EXPECT_EQ(im.size(), 3u);
+  EXPECT_EQ(im.size(), 16u);  // every foreground slot, whatever its name, in use or not
   EXPECT_EQ(zm_get_foreground(18, &fg), -5);
   ASSERT_EQ(zm_get_intermission(18, &im), 0);
   EXPECT_STREQ(im.back().name, "intermission_2.png");
@@ -79,7 +79,8 @@ TEST_F(MixerAssetsTest, QueriesShowAssetsInUseAndEveryIntermissionSlot) {
   ASSERT_EQ(zm_get_background(0, &bg), 0);
   std::vector<std::string> files;
   for (const auto& a : bg) files.push_back(std::string(a.path) + "/" + a.name);
-  for (const auto& a : im) files.push_back(std::string(a.path) + "/" + a.name);
+  for (const auto& a : im)
+    if (a.name[0] != '\0') files.push_back(std::string(a.path) + "/" + a.name);
   for (const auto& a : system) files.push_back(std::string(a.path) + "/" + a.name);
   files.push_back(std::string(overlays[0].path) + "/" + overlays[0].name);
   files.push_back(std::string(overlays[0].path) + "/" + overlays[0].origins[0]);
@@ -117,6 +118,12 @@ TEST_F(MixerAssetsTest, FilesMustBeRegularFilesInsideTheAssetFolder) {
   EXPECT_EQ(zm_set_background(4, record, false), -5);  // a free slot needs enable
   EXPECT_EQ(zm_set_background(0, record, true), -3);
   EXPECT_EQ(Changes(), std::vector<std::string>{"1/7/2"});
+  // An edit without a rank keeps the stored one, also 0 or below.
+  ASSERT_EQ(zm_execute_db_command("UPDATE mixer_asset SET rank = -1 WHERE id = 3"), 0);
+  EXPECT_EQ(zm_set_background(3, record, false), 0);
+  std::vector<zm_background> third;
+  ASSERT_EQ(zm_get_background(3, &third), 0);
+  EXPECT_EQ(third.at(0).rank, -1);
 }
 
 TEST_F(MixerAssetsTest, BackgroundPoolRanksAndRemovalDeletesFiles) {

@@ -86,6 +86,11 @@ TEST_F(ThemesTest, PoolAdditionRankAndRemoval) {
   EXPECT_EQ(Changes(), std::vector<std::string>{"2/9/2"});
   EXPECT_EQ(Stored(1), "Default 1/1/33 1");
   EXPECT_EQ(zm_add_theme(Theme("Again", 0, 0, 0)), 2);
+
+  // An edit without a rank keeps the stored one, also 0 or below.
+  ASSERT_EQ(zm_execute_db_command("UPDATE theme SET rank = 0 WHERE id = 3"), 0);
+  EXPECT_EQ(zm_set_theme(3, Theme("Renamed", 0, 0, 0), false, false), 0);
+  EXPECT_EQ(Stored(3), "Renamed 0/0/0 0");
 }
 
 }  // namespace

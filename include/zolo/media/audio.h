@@ -66,7 +66,8 @@ ZM_EXPORT int zm_set_audio_input_noise_reduction(const char* name, int level);
 ZM_EXPORT int zm_set_audio_input_xlr_channel(const char* name, int mode);
 ZM_EXPORT int zm_set_audio_input_xlr_power(const char* name, int mode);
 ZM_EXPORT int zm_set_audio_input_mode(const char* name, int mode);
-// "set_audio_input_hw_loopthrough" {"enable"}.
+// "set_audio_input_hw_loopthrough" {"enable"}; nothing is checked before sending (a null
+// name is left out of the request), so the result is the engine's.
 ZM_EXPORT int zm_set_audio_input_hw_loop_through(const char* name, bool enable);
 // "set_audio_output_volume" {"volume", "mute"}; the values are not checked.
 ZM_EXPORT int zm_set_audio_output(const char* name, int volume, int mute);

@@ -147,8 +147,8 @@ struct zm_system_overlay {
 // asset `id` is free. `id` 0 lists the assets in use, by rank.
 ZM_EXPORT int zm_get_background(int id, std::vector<zm_background>* out);
 ZM_EXPORT int zm_get_foreground(int id, std::vector<zm_foreground>* out);
-// Every intermission slot (a foreground whose name contains "intermission"), in use or
-// not; a query by id takes any foreground, free or not.
+// Every foreground asset, enabled or not (the engine may show any of them as the
+// intermission picture); a query by id takes any foreground, free or not.
 ZM_EXPORT int zm_get_intermission(int id, std::vector<zm_foreground>* out);
 ZM_EXPORT int zm_get_overlay(int id, std::vector<zm_overlay>* out);
 // Logos are overlays with their first position.

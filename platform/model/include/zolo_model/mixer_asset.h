@@ -52,8 +52,9 @@ class MixerAsset {
   // Takes the first free slot of the kind into use (enabled, ranked last) and returns it
   // in `*out`; two callers never get the same slot. -2 when none is free.
   static int TakeFreeSlot(int type, MixerAsset** out);
-  // Writes every field of `asset` back. An enabled asset without a rank is ranked last
-  // of its kind; a disabled one leaves the order (rank -1). 0, -1, -3, -5.
+  // Writes every field of `asset` back. Without a rank (below 1), an asset already enabled
+  // keeps its stored rank and a newly enabled one goes last of its kind; a disabled one
+  // leaves the order (rank -1). 0, -1, -3, -5.
   static int Update(MixerAsset* asset);
 
   int id() const { return id_; }

@@ -87,7 +87,8 @@ class MixerConfig {
   // returns it in `*out`; two callers never get the same slot. -2 when none is free.
   static int TakeFreeSlot(int type, MixerConfig** out);
   // Writes name, group, content, rank and the two flags of `config` back. A disabled slot
-  // leaves the order (rank -1); an enabled one without a rank goes last of its group.
+  // leaves the order (rank -1); without a rank (below 1), one that was enabled in the same
+  // group keeps its stored rank, any other goes last of its group.
   // 0, -1, -2 (no such group), -3, -5.
   static int Update(MixerConfig* config);
 

@@ -40,8 +40,9 @@ class Theme {
   // Takes the first free slot into use (enabled, ranked last) and returns it in `*out`;
   // two callers never get the same slot. -2 when none is free.
   static int TakeFreeSlot(Theme** out);
-  // Writes name, flag and bindings back. An enabled theme without a rank is ranked last;
-  // a disabled one leaves the order (rank -1). 0, -1, -2, -3, -5.
+  // Writes name, flag and bindings back. Without a rank (below 1), a theme already enabled
+  // keeps its stored rank and a newly enabled one goes last; a disabled one leaves the
+  // order (rank -1). 0, -1, -2, -3, -5.
   static int Update(Theme* theme);
 
   // Every theme (enabled or not) bound to the layout / background / overlay `id`, by id.
