@@ -214,7 +214,8 @@ int zm_remove_image(int id) {
     if (!session.connected()) return -1;
     result = Image::Remove(id, true);
   }
-  AnnounceRemoval(zolo::DataKind::kImage, id);
+  // A write the database refused is not announced; a missing id, which writes nothing, is.
+  if (result != -1) AnnounceRemoval(zolo::DataKind::kImage, id);
   return result;
 }
 
@@ -225,7 +226,8 @@ int zm_remove_snapshot(int id) {
     if (!session.connected()) return -1;
     result = Snapshot::Remove(id);
   }
-  AnnounceRemoval(zolo::DataKind::kSnapshot, id);
+  // A write the database refused is not announced; a missing id, which writes nothing, is.
+  if (result != -1) AnnounceRemoval(zolo::DataKind::kSnapshot, id);
   return result;
 }
 

@@ -13,10 +13,10 @@
 #include <initializer_list>
 #include <memory>
 
+#include "common/json_holder.h"
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/stream_writes.h"
-#include "common/json_holder.h"
 
 namespace {
 
@@ -294,8 +294,11 @@ int EnableFileStreams(bool enable, Belongs belongs) {
       true);
 }
 
+// An input channel shows a capture, USB or network input: a device source of such a kind,
+// or a user source (a network camera).
 bool IsInputChannel(const Channel* channel) {
   if (channel == nullptr || channel->name() == "Movie") return false;
+  if (channel->video_user_source() != nullptr) return true;
   const ChannelSource* source = channel->video_source();
   if (source == nullptr) return false;
   const std::string& category = source->category();

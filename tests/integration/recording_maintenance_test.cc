@@ -99,8 +99,12 @@ TEST_F(RecordingMaintenanceTest, RemovalTellsTheEngineUnlessAskedNotTo) {
   EXPECT_EQ(Holders(), 0);
 }
 
-// Bit 0 switches the movie file streams, bit 1 the channel file streams; 4 switches none.
+// Bit 0 switches the movie file streams, bit 1 the channel file streams (also of a channel
+// fed by a user source, a network camera); 4 switches none.
 TEST_F(RecordingMaintenanceTest, RecordingModeSwitchesTheRightStreams) {
+  ASSERT_EQ(zm_execute_db_command(
+                "UPDATE channel SET video_source_id = NULL, video_user_source_id = 1 WHERE id = 2"),
+            0);
   struct Case {
     int mode;
     bool movie, channel;

@@ -1,5 +1,6 @@
 // Snapshots and images: taken from a recording or on request, listed with their images and
 // files, counted, given a status and removed with their notifications.
+#include <SQLiteCpp/SQLiteCpp.h>
 #include <gtest/gtest.h>
 #include <zolo/media.h>
 #include <zolo_model/snapshot.h>
@@ -62,6 +63,16 @@ TEST_F(SnapshotsTest, ARecordingsSnapshotWithItsImages) {
   ASSERT_EQ(zm_get_status_snapshot("done", &done, 1), 0);
   ASSERT_EQ(done.size(), 1u);
   EXPECT_EQ(done[0].images.size(), 2u);
+  {
+    // With the database write-locked by another process, removals fail and are not announced.
+    SQLite::Database other(RecordingPath("recording.db"), SQLite::OPEN_READWRITE);
+    other.exec("BEGIN IMMEDIATE");
+    sim_.ClearRequests();
+    EXPECT_EQ(zm_remove_image(second), -1);
+    EXPECT_EQ(zm_remove_snapshot(static_cast<int>(snapshot.id)), -1);
+    EXPECT_TRUE(sim_.Requests("change_media_data").empty());
+    other.exec("ROLLBACK");
+  }
   EXPECT_EQ(zm_delete_recording_snapshot(recording, 15000), 0);
   EXPECT_EQ(zm_get_snapshot_count(), 0);
   EXPECT_EQ(Holders(), 0);

@@ -164,7 +164,8 @@ ZM_EXPORT int zm_get_snapshot_image_count(int snapshot_id);
 ZM_EXPORT int zm_get_image_status_count(const char* status);
 ZM_EXPORT int zm_set_image_status(int id, const char* status);
 ZM_EXPORT int zm_set_snapshot_status(int id, const char* status);
-// Removal, then "change_media_data" (data 5 / 4) whatever it returned. The model's result.
+// Removal, then "change_media_data" (data 5 / 4), also for an id not found (-5); a removal
+// the database refused (-1) is not announced. The model's result.
 ZM_EXPORT int zm_remove_image(int id);
 ZM_EXPORT int zm_remove_snapshot(int id);
 // Asks the engine for a snapshot of `width` x `height`. The mapped result.
