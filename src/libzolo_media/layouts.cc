@@ -1,6 +1,8 @@
 // Layouts: the layout string, queries, editing, and the task that renders a preview.
 #include <cjson/cJSON.h>
 #include <glib.h>
+#include <glib/gstdio.h>
+#include <unistd.h>
 #include <zolo/media/mixer_config.h>
 #include <zolo/sysroot.h>
 #include <zolo/utils.h>
@@ -11,6 +13,7 @@
 #include <zolo_model/theme.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdio>
@@ -167,8 +170,13 @@ struct LayoutImageTask {
   std::string group;
 };
 
-// Renders the preview of `config` through the shell. The stored text goes inside single
-// quotes, so a text holding one is never handed to the shell. True when it succeeded.
+// Layout strings longer than this go to the renderer in a file: the kernel refuses a
+// single argument over 128 KiB.
+constexpr size_t kLongestLayoutArgument = 64 * 1024;
+
+// Renders the preview of `config`. The renderer is started from an argument vector, never
+// through a shell, so no stored text is interpreted. True when it succeeded; a failure is
+// logged with its reason.
 bool RenderPreview(const MixerConfig& config) {
   std::string dir = zolo::SysrootPath(kImageDir);
   g_mkdir_with_parents(dir.c_str(), 0755);
@@ -176,28 +184,50 @@ bool RenderPreview(const MixerConfig& config) {
   std::snprintf(file, sizeof file, "/layout_%03d.png", config.id());
   std::string renderer = zolo::SysrootPath(kRenderer);
   std::string output_path = dir + file;
-  // Plain paths go as they are; others (a sandbox root with spaces) inside single quotes.
-  auto path_word = [](const std::string& path) {
-    bool plain = path.find_first_not_of(
-                     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                     "0123456789/._-+") == std::string::npos;
-    return plain ? path : "'" + path + "'";
-  };
-  std::string command =
-      path_word(renderer) + " -c '" + config.content() + "' -f " + path_word(output_path);
-  int status = -1;
-  std::string output;
-  bool quoted_safely = renderer.find('\'') == std::string::npos &&
-                       config.content().find('\'') == std::string::npos &&
-                       output_path.find('\'') == std::string::npos;
-  if (quoted_safely) {
-    status = ExecShellCmd(command, &output);
+  const std::string& content = config.content();
+  std::string layout_file;
+  std::string reason;
+  std::vector<std::string> args = {renderer};
+  if (content.size() <= kLongestLayoutArgument) {
+    args.insert(args.end(), {"-c", content});
   } else {
-    output = "a single quote in the command's arguments; not run";
+    layout_file = dir + "/layout_XXXXXX.json";
+    int fd = g_mkstemp(layout_file.data());
+    bool written = fd >= 0 && write(fd, content.data(), content.size()) ==
+                                  static_cast<ssize_t>(content.size());
+    if (fd >= 0) close(fd);
+    if (!written) reason = std::string("cannot write the layout file: ") + g_strerror(errno);
+    args.insert(args.end(), {"--layout-file", layout_file});
   }
+  args.insert(args.end(), {"-f", output_path});
+  std::string command = args[0];
+  for (size_t i = 1; i < args.size(); ++i)
+    command += args[i] == content ? " '" + content + "'" : " " + args[i];
+
+  int status = -1;
+  if (reason.empty()) {
+    std::vector<char*> argv;
+    for (std::string& arg : args) argv.push_back(arg.data());
+    argv.push_back(nullptr);
+    gchar* errors = nullptr;
+    GError* error = nullptr;
+    if (!g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_STDOUT_TO_DEV_NULL, nullptr, nullptr,
+                      nullptr, &errors, &status, &error)) {
+      reason = error->message;
+      status = -1;
+      g_error_free(error);
+    } else if (!g_spawn_check_wait_status(status, nullptr)) {
+      reason = errors != nullptr ? g_strchomp(errors) : "";
+      if (reason.empty()) reason = "exit status " + std::to_string(status);
+    } else {
+      status = 0;
+    }
+    g_free(errors);
+  }
+  if (!layout_file.empty()) g_unlink(layout_file.c_str());
   if (status != 0) {
     ZLOG_AS("layout_image_task", 0, "layout_image_task: failed! command: %s", command.c_str());
-    ZLOG_AS("layout_image_task", 0, "ret %d output: %s", status, output.c_str());
+    ZLOG_AS("layout_image_task", 0, "ret %d output: %s", status, reason.c_str());
   }
   ZLOG_AS("layout_image_task", 0, "layout_image_task: done! command: %s", command.c_str());
   return status == 0;

@@ -11,6 +11,9 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -173,22 +176,34 @@ void Draw(cairo_t* cr, std::vector<Window> windows) {
 int main(int argc, char** argv) {
   const char* layout = nullptr;
   const char* file = nullptr;
+  std::string layout_text;
   for (int i = 1; i < argc; ++i) {
     if (std::strcmp(argv[i], "-c") == 0 && i + 1 < argc) {
       layout = argv[++i];
+    } else if (std::strcmp(argv[i], "--layout-file") == 0 && i + 1 < argc) {
+      // A layout too long for one argument comes in a file ("-": standard input).
+      const char* name = argv[++i];
+      std::ifstream in;
+      if (std::strcmp(name, "-") != 0) in.open(name, std::ios::binary);
+      std::istream& source = std::strcmp(name, "-") == 0 ? std::cin : in;
+      if (!source) return Fail("cannot read ", name);
+      layout_text.assign(std::istreambuf_iterator<char>(source), std::istreambuf_iterator<char>());
+      layout = layout_text.c_str();
     } else if (std::strcmp(argv[i], "-f") == 0 && i + 1 < argc) {
       file = argv[++i];
     } else if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
-      std::printf("usage: gen_layout_image -c '<layout string>' -f <file.png>\n");
+      std::printf(
+          "usage: gen_layout_image -c '<layout string>' | --layout-file FILE -f <file.png>\n");
       return 0;
     } else {
       return Fail("unknown argument ", argv[i]);
     }
   }
   if (layout == nullptr || file == nullptr)
-    return Fail("usage: gen_layout_image -c '<layout string>' -f <file.png>");
+    return Fail("usage: gen_layout_image -c '<layout string>' | --layout-file FILE -f <file.png>");
   std::vector<Window> windows;
-  if (!Parse(layout, &windows)) return Fail("not a layout string: ", layout);
+  if (!Parse(layout, &windows))
+    return Fail("not a layout string: ", std::string(layout).substr(0, 200).c_str());
   cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, kWidth, kHeight);
   cairo_t* cr = cairo_create(surface);
   Draw(cr, windows);
