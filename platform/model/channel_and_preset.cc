@@ -211,17 +211,41 @@ void CodecParameterPreset::audio_codec(const Codec* codec) {
 
 CodecParameterPreset* CodecParameterPreset::FromRow(SQLite::Statement& row, int first) {
   auto* preset = new CodecParameterPreset();
+  ReadRow(row, first, preset);
+  return preset;
+}
+
+void CodecParameterPreset::ReadRow(SQLite::Statement& row, int first,
+                                   CodecParameterPreset* preset) {
   preset->id_ = row.getColumn(first).getInt();
-  preset->name_ = row.getColumn(first + 1).getString();
-  preset->video_codec_name_ = row.getColumn(first + 2).getString();
-  preset->audio_codec_name_ = row.getColumn(first + 3).getString();
-  preset->video_codec_parameter_ = row.getColumn(first + 4).getString();
-  preset->audio_codec_parameter_ = row.getColumn(first + 5).getString();
+  preset->name_ = row.getColumn(first + 1).getText();
+  preset->video_codec_name_ = row.getColumn(first + 2).getText();
+  preset->audio_codec_name_ = row.getColumn(first + 3).getText();
+  preset->video_codec_parameter_ = row.getColumn(first + 4).getText();
+  preset->audio_codec_parameter_ = row.getColumn(first + 5).getText();
   preset->builtin_ = row.getColumn(first + 6).getInt() != 0;
   preset->video_codec_id_ = row.getColumn(first + 7).getInt();
   preset->audio_codec_id_ = row.getColumn(first + 8).getInt();
   preset->visible_ = row.getColumn(first + 9).getInt() != 0;
-  return preset;
+}
+
+int CodecParameterPreset::CountVisible() {
+  int count = 0;
+  return zolo::model::QueryInt(&count,
+                               "SELECT COUNT(*) FROM codec_parameter_preset WHERE visible = 1") == 0
+             ? count
+             : 0;
+}
+
+int CodecParameterPreset::VisitVisible(
+    const std::function<void(const CodecParameterPreset&)>& visit) {
+  static const std::string sql = std::string(kPresetColumns) + "WHERE p.visible = 1 ORDER BY p.id";
+  CodecParameterPreset preset;
+  return zolo::model::VisitRowsOf(MediaModel::Instance()->database(), sql,
+                                  [&](SQLite::Statement& row) {
+                                    ReadRow(row, 0, &preset);
+                                    visit(preset);
+                                  });
 }
 
 int CodecParameterPreset::QueryList(const char* where, const std::string* text, int number,

@@ -150,22 +150,35 @@ int MediaSource::UpdateAuthentication(const std::string& key, const std::string&
 }
 
 void MediaSource::ReadRow(SQLite::Statement& row) {
+  // Texts are assigned, not rebuilt, so an object read again keeps its storage.
   id_ = row.getColumn(0).getInt();
-  name_ = row.getColumn(1).getString();
+  name_ = row.getColumn(1).getText();
   type_ = TypeToString(row.getColumn(2).getInt());
   category_ = CategoryToString(row.getColumn(3).getInt());
-  url_ = row.getColumn(4).getString();
-  sub_address_ = row.getColumn(5).getString();
-  authentication(row.getColumn(6).getString());
-  parameters(row.getColumn(7).getString());
+  url_ = row.getColumn(4).getText();
+  sub_address_ = row.getColumn(5).getText();
+  authentication_ = row.getColumn(6).getText();
+  parameters_ = row.getColumn(7).getText();
+  ClearCache();
   fixed_ = row.getColumn(8).getInt() != 0;
   available_ = row.getColumn(9).getInt() != 0;
   enabled_ = row.getColumn(10).getInt() != 0;
   visible_ = row.getColumn(11).getInt() != 0;
   int_attr1_ = row.getColumn(12).getInt();
   int_attr2_ = row.getColumn(13).getInt();
-  extra_ = row.getColumn(14).getString();
-  extra2_ = row.getColumn(15).getString();
+  extra_ = row.getColumn(14).getText();
+  extra2_ = row.getColumn(15).getText();
+}
+
+int MediaSource::VisitWhere(const char* table, const char* where, MediaSource* reused,
+                            const std::function<void()>& visit) {
+  return zolo::model::VisitRowsOf(
+      MediaModel::Instance()->database(),
+      std::string("SELECT ") + kColumns + " FROM " + table + " WHERE " + where + " ORDER BY id",
+      [&](SQLite::Statement& row) {
+        reused->ReadRow(row);
+        visit();
+      });
 }
 
 int MediaSource::QueryWhere(const char* table, const char* where, const std::string* text,
@@ -322,6 +335,19 @@ int SourceRecord<Kind>::QueryBySubAddress(const std::string& sub_address, Kind**
 template <class Kind>
 int SourceRecord<Kind>::QueryVisible(std::vector<Kind*>* out) {
   return QueryMany("visible = 1", nullptr, 0, out);
+}
+
+template <class Kind>
+int SourceRecord<Kind>::VisitVisible(const std::function<void(const Kind&)>& visit) {
+  Kind reused;
+  return VisitWhere(Kind::kTable, "visible = 1", &reused, [&] { visit(reused); });
+}
+
+template <class Kind>
+int SourceRecord<Kind>::CountVisible() {
+  int count = 0;
+  std::string sql = std::string("SELECT COUNT(*) FROM ") + Kind::kTable + " WHERE visible = 1";
+  return zolo::model::QueryInt(&count, sql) == 0 ? count : 0;
 }
 
 template <class Kind>

@@ -13,9 +13,9 @@
 #include <memory>
 #include <string>
 
+#include "common/json_holder.h"
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
-#include "common/json_holder.h"
 
 namespace {
 
@@ -209,31 +209,39 @@ int zm_get_codec(int id, std::vector<zm_codec>* out) {
   });
 }
 
+namespace {
+
+void AppendPreset(const Preset& preset, std::vector<zm_codec_preset>* out) {
+  zm_codec_preset& record = out->emplace_back();  // value-initialised: all zero
+  record.id = preset.id();
+  CopyText(record.name, preset.name());
+  CopyText(record.video_codec, preset.video_codec_name());
+  CopyText(record.video_codec_parameter, preset.video_codec_parameter());
+  CopyText(record.audio_codec, preset.audio_codec_name());
+  CopyText(record.audio_codec_parameter, preset.audio_codec_parameter());
+}
+
+}  // namespace
+
 int zm_get_codec_preset(int id, std::vector<zm_codec_preset>* out) {
   if (out == nullptr) return -3;
-  std::vector<Preset*> presets;
-  int result = 0;
   if (id == 0) {
-    result = Preset::QueryVisible(&presets);
-  } else {
-    Preset* preset = nullptr;
-    result = Preset::QueryById(id, &preset);
-    if (result == 0) presets.push_back(preset);
+    // Every visible preset in one pass over the rows; on a failure nothing is appended.
+    size_t before = out->size();
+    out->reserve(before + static_cast<size_t>(Preset::CountVisible()));
+    if (Preset::VisitVisible([out](const Preset& preset) { AppendPreset(preset, out); }) == 0)
+      return 0;
+    out->resize(before);
+    return -5;
   }
-  if (result == 0) {
-    out->reserve(out->size() + presets.size());
-    for (const Preset* preset : presets) {
-      zm_codec_preset& record = out->emplace_back();  // value-initialised: all zero
-      record.id = preset->id();
-      CopyText(record.name, preset->name());
-      CopyText(record.video_codec, preset->video_codec_name());
-      CopyText(record.video_codec_parameter, preset->video_codec_parameter());
-      CopyText(record.audio_codec, preset->audio_codec_name());
-      CopyText(record.audio_codec_parameter, preset->audio_codec_parameter());
-    }
+  Preset* found = nullptr;
+  if (Preset::QueryById(id, &found) != 0 || found == nullptr) {
+    delete found;
+    return -5;
   }
-  MediaModel::CleanQuery(&presets);
-  return result == 0 ? 0 : -5;
+  AppendPreset(*found, out);
+  delete found;
+  return 0;
 }
 
 int zm_add_codec_preset(zm_codec_preset* record) {

@@ -90,27 +90,23 @@ void ConvertChannel(const Channel& channel, const std::string& preview,
 template <class Kind>
 int GetSources(int id, std::vector<zm_source>* out) {
   if (out == nullptr) return -3;
-  std::vector<Kind*> sources;
-  int result;
   if (id == 0) {
-    result = Kind::QueryVisible(&sources);
-  } else {
-    Kind* source = nullptr;
-    result = Kind::QueryById(id, &source);
-    if (result == 0) sources.push_back(source);
-  }
-  if (result < 0) {
-    MediaModel::CleanQuery(&sources);
+    // Every visible source in one pass over the rows; on a failure nothing is appended.
+    size_t before = out->size();
+    out->reserve(before + static_cast<size_t>(Kind::CountVisible()));
+    if (Kind::VisitVisible([out](const Kind& source) { zm_convert_source_data(&source, out); }) ==
+        0)
+      return 0;
+    out->resize(before);
     return -5;
   }
-  out->reserve(out->size() + sources.size());
-  // Each source goes as soon as it is converted, so its parsed JSON is freed while the
-  // memory is still warm for the next one.
-  for (Kind*& source : sources) {
-    zm_convert_source_data(source, out);
+  Kind* source = nullptr;
+  if (Kind::QueryById(id, &source) < 0 || source == nullptr) {
     delete source;
-    source = nullptr;
+    return -5;
   }
+  zm_convert_source_data(source, out);
+  delete source;
   return 0;
 }
 

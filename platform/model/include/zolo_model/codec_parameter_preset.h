@@ -7,6 +7,7 @@
 // preset removed), -3 bad argument, -5 not found.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,12 @@ class CodecParameterPreset {
   static int QueryByName(const std::string& name, CodecParameterPreset** out);
   // Every visible preset, appended to `out`. 0; -3; -1.
   static int QueryVisible(std::vector<CodecParameterPreset*>* out);
+  // Calls `visit` with every visible preset in id order, read into one object that is
+  // reused (valid during the call only), with the database locked: `visit` must not call
+  // the model. 0; -1.
+  static int VisitVisible(const std::function<void(const CodecParameterPreset&)>& visit);
+  // How many presets are visible; 0 when the query fails.
+  static int CountVisible();
   // Inserts `preset` and takes its new id. 0; -3; -2 name taken; -1.
   static int Add(CodecParameterPreset* preset);
   // Stores name, codecs and parameter texts. 0; -3; -5 when it no longer exists; -2; -1.
@@ -60,6 +67,8 @@ class CodecParameterPreset {
   // Reads the preset columns (id, name, codec names, parameter texts, builtin, codec ids,
   // visible) from `first` on.
   static CodecParameterPreset* FromRow(SQLite::Statement& row, int first);
+  // The same into an existing object, reusing its texts' storage.
+  static void ReadRow(SQLite::Statement& row, int first, CodecParameterPreset* preset);
   static int QueryList(const char* where, const std::string* text, int number,
                        std::vector<CodecParameterPreset*>* out);
   int id_ = 0;

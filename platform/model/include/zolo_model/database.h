@@ -103,6 +103,18 @@ int InsertRowOf(Database* database, int* id, const char* sql, const Values&... v
   });
 }
 
+// Runs a query with `values` bound in order and calls `visit(statement)` for every row, with
+// the database locked: listings read each column once, without an object per row. 0; -1 /
+// -2 as WithDatabase.
+template <class Visit, class... Values>
+int VisitRowsOf(Database* database, const std::string& sql, Visit visit, const Values&... values) {
+  return WithDatabase(database, [&](Database& db) {
+    SQLite::Statement& statement = Bound(db, sql, values...);
+    while (statement.executeStep()) visit(statement);
+    return 0;
+  });
+}
+
 // Runs a query with `values` bound in order and appends `read(statement)`, a new T, for
 // every row to `out`: all rows or none. 0; -3 when `out` is null; -1 / -2 as WithDatabase.
 template <class T, class Read, class... Values>

@@ -10,6 +10,7 @@
 // (a name taken), -3 bad argument (null pointer, unknown type or category text), -5 not found.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,6 +96,9 @@ class MediaSource {
   static int Insert(const char* table, MediaSource* source);
   static int Store(const char* table, const MediaSource* source);
   static int Delete(const char* table, const char* list_column, int id);
+  // Calls `visit` with the rows of `table` that match `where`, read into `reused`.
+  static int VisitWhere(const char* table, const char* where, MediaSource* reused,
+                        const std::function<void()>& visit);
 
  private:
   void ReadRow(SQLite::Statement& row);
@@ -133,6 +137,12 @@ class SourceRecord : public MediaSource {
   // The visible sources; all sources. Appended to `out`. 0; -3; -1.
   static int QueryVisible(std::vector<Kind*>* out);
   static int QueryAll(std::vector<Kind*>* out);
+  // Calls `visit` with every visible source in id order, read into one object that is
+  // reused (valid during the call only), with the database locked: `visit` must not call
+  // the model. 0; -1.
+  static int VisitVisible(const std::function<void(const Kind&)>& visit);
+  // How many sources are visible; 0 when the query fails.
+  static int CountVisible();
   // The sources whose ids are in `ids` (unknown ids are skipped). 0; -3; -1.
   static int QueryByIds(const std::vector<int>& ids, std::vector<Kind*>* out);
   // Inserts `source` and takes its new id. 0; -3 null or unknown type/category; -2 name
