@@ -84,14 +84,54 @@ const char* Channel::Columns() {
 
 Channel* Channel::FromRow(SQLite::Statement& row, int first) {
   auto* channel = new Channel();
-  channel->id_ = row.getColumn(first).getInt();
-  channel->name_ = row.getColumn(first + 1).getString();
-  for (int i = 0; i < 4; ++i) channel->source_ids_[i] = row.getColumn(first + 2 + i).getInt();
-  channel->preview_url_ = row.getColumn(first + 6).getString();
-  channel->ordinal_ = row.getColumn(first + 7).getString();
-  channel->attribute_ = row.getColumn(first + 8).getInt();
-  channel->visible_ = row.getColumn(first + 9).getInt() != 0;
+  channel->ReadRow(row, first);
   return channel;
+}
+
+void Channel::ReadRow(SQLite::Statement& row, int first) {
+  id_ = row.getColumn(first).getInt();
+  name_ = row.getColumn(first + 1).getText();
+  for (int i = 0; i < 4; ++i) source_ids_[i] = row.getColumn(first + 2 + i).getInt();
+  preview_url_ = row.getColumn(first + 6).getText();
+  ordinal_ = row.getColumn(first + 7).getText();
+  attribute_ = row.getColumn(first + 8).getInt();
+  visible_ = row.getColumn(first + 9).getInt() != 0;
+}
+
+int Channel::VisitVisible(const std::function<void(const Channel&)>& visit) {
+  constexpr int kSourceColumns = 16;
+  static const std::string sql =
+      std::string("SELECT ") + Columns() + ", " + MediaSource::ColumnsOf("v") + ", " +
+      MediaSource::ColumnsOf("a") + ", " + MediaSource::ColumnsOf("vu") + ", " +
+      MediaSource::ColumnsOf("au") +
+      " FROM channel c LEFT JOIN channel_source v ON v.id = c.video_source_id "
+      "LEFT JOIN channel_source a ON a.id = c.audio_source_id "
+      "LEFT JOIN user_source vu ON vu.id = c.video_user_source_id "
+      "LEFT JOIN user_source au ON au.id = c.audio_user_source_id "
+      "WHERE c.visible = 1 ORDER BY c.id";
+  // Reads the source at column `first` of a row into `*source`, kept for the next row; null
+  // when the row has none.
+  auto read_joined = [](SQLite::Statement& row, int first, auto* source) {
+    using Kind = typename std::remove_reference_t<decltype(*source)>::element_type;
+    if (row.getColumn(first).isNull()) {
+      source->reset();
+      return;
+    }
+    if (!*source) source->reset(new Kind());
+    (*source)->ReadRow(row, first);
+  };
+  Channel reused;
+  reused.sources_loaded_ = true;
+  return zolo::model::VisitRowsOf(
+      MediaModel::Instance()->database(), sql, [&](SQLite::Statement& row) {
+        reused.ReadRow(row, 0);
+        int first = 10;
+        read_joined(row, first, &reused.video_source_);
+        read_joined(row, first += kSourceColumns, &reused.audio_source_);
+        read_joined(row, first += kSourceColumns, &reused.video_user_source_);
+        read_joined(row, first += kSourceColumns, &reused.audio_user_source_);
+        visit(reused);
+      });
 }
 
 int Channel::LoadSources(const std::vector<Channel*>& channels) {

@@ -1,5 +1,7 @@
 #include "zolo_model/source.h"
 
+#include <glib.h>
+
 #include <memory>
 
 #include "json_text.h"
@@ -149,25 +151,35 @@ int MediaSource::UpdateAuthentication(const std::string& key, const std::string&
   return SetMember(&authentication_, &authentication_json_, key, cJSON_CreateString(value.c_str()));
 }
 
-void MediaSource::ReadRow(SQLite::Statement& row) {
+std::string MediaSource::ColumnsOf(const char* alias) {
+  std::string columns;
+  gchar** names = g_strsplit(kColumns, ", ", -1);
+  for (gchar** name = names; *name != nullptr; ++name)
+    columns += std::string(columns.empty() ? "" : ", ") + alias + "." + *name;
+  g_strfreev(names);
+  return columns;
+}
+
+void MediaSource::ReadRow(SQLite::Statement& row, int first) {
   // Texts are assigned, not rebuilt, so an object read again keeps its storage.
-  id_ = row.getColumn(0).getInt();
-  name_ = row.getColumn(1).getText();
-  type_ = TypeToString(row.getColumn(2).getInt());
-  category_ = CategoryToString(row.getColumn(3).getInt());
-  url_ = row.getColumn(4).getText();
-  sub_address_ = row.getColumn(5).getText();
-  authentication_ = row.getColumn(6).getText();
-  parameters_ = row.getColumn(7).getText();
+  auto column = [&](int i) { return row.getColumn(first + i); };
+  id_ = column(0).getInt();
+  name_ = column(1).getText();
+  type_ = TypeToString(column(2).getInt());
+  category_ = CategoryToString(column(3).getInt());
+  url_ = column(4).getText();
+  sub_address_ = column(5).getText();
+  authentication_ = column(6).getText();
+  parameters_ = column(7).getText();
   ClearCache();
-  fixed_ = row.getColumn(8).getInt() != 0;
-  available_ = row.getColumn(9).getInt() != 0;
-  enabled_ = row.getColumn(10).getInt() != 0;
-  visible_ = row.getColumn(11).getInt() != 0;
-  int_attr1_ = row.getColumn(12).getInt();
-  int_attr2_ = row.getColumn(13).getInt();
-  extra_ = row.getColumn(14).getText();
-  extra2_ = row.getColumn(15).getText();
+  fixed_ = column(8).getInt() != 0;
+  available_ = column(9).getInt() != 0;
+  enabled_ = column(10).getInt() != 0;
+  visible_ = column(11).getInt() != 0;
+  int_attr1_ = column(12).getInt();
+  int_attr2_ = column(13).getInt();
+  extra_ = column(14).getText();
+  extra2_ = column(15).getText();
 }
 
 int MediaSource::VisitWhere(const char* table, const char* where, MediaSource* reused,

@@ -79,19 +79,7 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
     while (query.executeStep()) {
       auto* stream = new Stream();
       found.push_back(stream);
-      stream->id_ = query.getColumn(0).getInt();
-      stream->name_ = query.getColumn(1).getString();
-      stream->type_ = query.getColumn(2).getString();
-      stream->channel_id_ = query.getColumn(3).getInt();
-      stream->preset_id_ = query.getColumn(4).getInt();
-      stream->container_ = query.getColumn(5).getString();
-      stream->destination_ = query.getColumn(6).getString();
-      stream->aux_text_ = query.getColumn(7).getString();
-      for (int flag = 0; flag < 4; ++flag)
-        stream->enable_[flag] = query.getColumn(8 + flag).getInt() != 0;
-      stream->suspend_ = query.getColumn(12).getInt() != 0;
-      stream->parameters_ = query.getColumn(13).getString();
-      stream->authentication_ = query.getColumn(14).getString();
+      stream->ReadOwnColumns(query);
       if (!query.getColumn(15).isNull()) {
         auto& preset = presets[query.getColumn(15).getInt()];
         if (!preset) preset.reset(CodecParameterPreset::FromRow(query, 15));
@@ -110,6 +98,42 @@ int Stream::QueryList(const std::string& where, const std::vector<std::string>& 
   }
   out->insert(out->end(), found.begin(), found.end());
   return 0;
+}
+
+void Stream::ReadOwnColumns(SQLite::Statement& row) {
+  id_ = row.getColumn(0).getInt();
+  name_ = row.getColumn(1).getText();
+  type_ = row.getColumn(2).getText();
+  channel_id_ = row.getColumn(3).getInt();
+  preset_id_ = row.getColumn(4).getInt();
+  container_ = row.getColumn(5).getText();
+  destination_ = row.getColumn(6).getText();
+  aux_text_ = row.getColumn(7).getText();
+  for (int flag = 0; flag < 4; ++flag) enable_[flag] = row.getColumn(8 + flag).getInt() != 0;
+  suspend_ = row.getColumn(12).getInt() != 0;
+  parameters_ = row.getColumn(13).getText();
+  authentication_ = row.getColumn(14).getText();
+  cJSON_Delete(parameters_json_);
+  cJSON_Delete(authentication_json_);
+  parameters_json_ = nullptr;
+  authentication_json_ = nullptr;
+}
+
+int Stream::VisitByPattern(const std::string& pattern,
+                           const std::function<void(const Stream&)>& visit) {
+  static const std::string sql =
+      "SELECT s.id, s.name, s.type, COALESCE(s.channel_id, 0), "
+      "COALESCE(s.codec_parameter_preset_id, 0), s.container, s.destination, s.aux_text, "
+      "s.enable, s.enable_option1, s.enable_option2, s.enable_option3, s.suspend, s.parameters, "
+      "s.authentication FROM stream s WHERE s.name LIKE ?1 ORDER BY s.id";
+  Stream reused;
+  return zolo::model::VisitRowsOf(
+      MediaModel::Instance()->database(), sql,
+      [&](SQLite::Statement& row) {
+        reused.ReadOwnColumns(row);
+        visit(reused);
+      },
+      pattern);
 }
 
 int Stream::QueryById(int id, bool visible, Stream** out) {

@@ -159,39 +159,38 @@ int zm_get_user_source(int id, std::vector<zm_source>* out) {
 
 int zm_get_channel(int id, std::vector<zm_channel>* out) {
   if (out == nullptr) return -1;
-  std::vector<Channel*> channels;
   std::map<int, std::string> previews;  // channel id -> URL of its preview stream
   if (id == 0) {
-    if (Channel::QueryVisible(&channels) < 0) {
-      MediaModel::CleanQuery(&channels);
-      return -5;
-    }
     // One query for every channel's candidates instead of one per channel; the streams come
     // in id order, as each channel's own list would.
-    std::vector<Stream*> streams;
-    if (Stream::QueryByPattern("preview%", false, &streams) == 0) {
-      for (const Stream* stream : streams)
-        if (stream->channel() != nullptr && IsPreviewStream(*stream))
-          previews.emplace(stream->channel()->id(), stream->destination());
-    }
-    MediaModel::CleanQuery(&streams);
-  } else {
-    Channel* channel = nullptr;
-    if (Channel::QueryById(id, &channel) < 0) return -5;
-    channels.push_back(channel);
-    for (const Stream* stream : channel->streams(false)) {
-      if (IsPreviewStream(*stream)) {
-        previews.emplace(id, stream->destination());
-        break;
-      }
+    Stream::VisitByPattern("preview%", [&previews](const Stream& stream) {
+      if (stream.channel_id() != 0 && IsPreviewStream(stream))
+        previews.emplace(stream.channel_id(), stream.destination());
+    });
+    // The channels with their sources in one pass; on a failure nothing is appended.
+    size_t before = out->size();
+    int result = Channel::VisitVisible([&](const Channel& channel) {
+      auto preview = previews.find(channel.id());
+      ConvertChannel(channel, preview == previews.end() ? std::string() : preview->second, out);
+    });
+    if (result == 0) return 0;
+    out->resize(before);
+    return -5;
+  }
+  Channel* found = nullptr;
+  if (Channel::QueryById(id, &found) < 0 || found == nullptr) {
+    delete found;
+    return -5;
+  }
+  std::unique_ptr<Channel> channel(found);
+  std::string preview;
+  for (const Stream* stream : channel->streams(false)) {
+    if (IsPreviewStream(*stream)) {
+      preview = stream->destination();
+      break;
     }
   }
-  out->reserve(out->size() + channels.size());
-  for (const Channel* channel : channels) {
-    auto preview = previews.find(channel->id());
-    ConvertChannel(*channel, preview == previews.end() ? std::string() : preview->second, out);
-  }
-  MediaModel::CleanQuery(&channels);
+  ConvertChannel(*channel, preview, out);
   return 0;
 }
 

@@ -6,6 +6,7 @@
 // missing source), -3 bad argument, -5 not found. A channel owns copies of its sources.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,6 +27,10 @@ class Channel {
   static int QueryByName(const std::string& name, Channel** out);
   // Every visible channel, appended to `out`. 0; -3; -1.
   static int QueryVisible(std::vector<Channel*>* out);
+  // Calls `visit` with every visible channel in id order, its four sources read by the same
+  // joined query, into one reused object (valid during the call only, streams() not to be
+  // used); the database is locked meanwhile: `visit` must not call the model. 0; -1.
+  static int VisitVisible(const std::function<void(const Channel&)>& visit);
   // Every channel, hidden ones included, appended to `out`. 0; -3; -1.
   static int QueryAll(std::vector<Channel*>* out);
   // Inserts `channel` with its source links and takes its new id. 0; -3; -2; -1.
@@ -73,6 +78,7 @@ class Channel {
   // Columns read by FromRow, prefixed with the table alias `c.`.
   static const char* Columns();
   static Channel* FromRow(SQLite::Statement& row, int first);
+  void ReadRow(SQLite::Statement& row, int first);
   // Loads the sources of `channels` with one query per source table. 0 or -1.
   static int LoadSources(const std::vector<Channel*>& channels);
   // Loads this channel's sources unless they are loaded already.

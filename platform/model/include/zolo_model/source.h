@@ -101,7 +101,11 @@ class MediaSource {
                         const std::function<void()>& visit);
 
  private:
-  void ReadRow(SQLite::Statement& row);
+  friend class Channel;  // reads the sources of its listing from one joined query
+  // The row's columns as `alias`.column, in the order ReadRow reads them.
+  static std::string ColumnsOf(const char* alias);
+  // Reads the source columns from `first` on.
+  void ReadRow(SQLite::Statement& row, int first = 0);
   void ClearCache();
 
   int id_ = 0;
@@ -175,6 +179,7 @@ class ChannelSource : public SourceRecord<ChannelSource> {
 
  private:
   friend class SourceRecord<ChannelSource>;
+  friend class Channel;
   ChannelSource() : ChannelSource("", "", "", "") {}
 };
 
@@ -188,5 +193,6 @@ class UserSource : public SourceRecord<UserSource> {
 
  private:
   friend class SourceRecord<UserSource>;
+  friend class Channel;
   UserSource() : UserSource("", "", "", "") {}
 };

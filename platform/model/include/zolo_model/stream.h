@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,12 @@ class Stream {
   static int QueryByPattern(const std::string& pattern, std::vector<Stream*>* out);
   static int QueryByDestPattern(const std::string& pattern, bool visible,
                                 std::vector<Stream*>* out);
+  // Calls `visit` with every stream whose name matches the LIKE `pattern`, in id order, read
+  // into one reused object (valid during the call only) with the stream's own columns only:
+  // channel() and codec_parameter_preset() stay null, channel_id() names the channel. The
+  // database is locked meanwhile: `visit` must not call the model. 0; -1.
+  static int VisitByPattern(const std::string& pattern,
+                            const std::function<void(const Stream&)>& visit);
   // Writes every field of `stream` back. 0; -5 when it no longer exists; -1.
   static int Update(Stream* stream);
   // Deletes stream `id` and its metadata rows. 0; -5 when it does not exist; -1.
@@ -58,6 +65,7 @@ class Stream {
   const std::string& name() const { return name_; }
   const std::string& type() const { return type_; }
   Channel* channel() const { return channel_.get(); }
+  int channel_id() const { return channel_id_; }
   CodecParameterPreset* codec_parameter_preset() const { return preset_.get(); }
   // Points the stream at a copy of `preset` (null: no preset); Update stores the choice.
   void codec_parameter_preset(const CodecParameterPreset* preset);
@@ -95,6 +103,8 @@ class Stream {
   Stream() = default;
   static int QueryList(const std::string& where, const std::vector<std::string>& texts,
                        bool visible, std::vector<Stream*>* out);
+  // Reads the stream's own columns (0 to 14 of the stream query).
+  void ReadOwnColumns(SQLite::Statement& row);
 
   int id_ = 0;
   std::string name_;
