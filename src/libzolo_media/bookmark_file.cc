@@ -68,20 +68,36 @@ std::string TextOf(const cJSON* object, const char* key) {
 namespace zolo {
 
 std::string PrintBookmarks(const zm_recording_bookmark& bookmark) {
-  Json array(cJSON_CreateArray());
+  // The text cJSON_PrintUnformatted gives for the array of items, written item by item: each
+  // value goes through cJSON's own printer from one stack node, so no tree of some fifty
+  // thousand nodes is built and freed for a large file.
+  std::string text = "[";
+  std::vector<char> buffer(64);
+  cJSON value{};
+  auto append = [&](size_t needed) {
+    if (buffer.size() < needed) buffer.resize(needed);
+    if (cJSON_PrintPreallocated(&value, buffer.data(), static_cast<int>(buffer.size()), false))
+      text += buffer.data();
+  };
+  auto append_text = [&](const char* key, const std::string& member) {
+    text += key;
+    value.type = cJSON_String | cJSON_IsReference;
+    value.valuestring = const_cast<char*>(member.c_str());
+    append(member.size() * 6 + 8);  // every byte escaped as \u00XX at the most
+  };
   for (const zm_bookmark_item& item : bookmark.items) {
-    cJSON* object = cJSON_CreateObject();
-    cJSON_AddNumberToObject(object, "time", static_cast<double>(item.time));
-    cJSON_AddStringToObject(object, "text", item.text.c_str());
-    cJSON_AddStringToObject(object, "snapshot", item.snapshot.c_str());
-    cJSON_AddStringToObject(object, "category", item.category.c_str());
-    cJSON_AddStringToObject(object, "description", item.description.c_str());
-    cJSON_AddItemToArray(array.get(), object);
+    text += text.size() == 1 ? "{\"time\":" : ",{\"time\":";
+    value.type = cJSON_Number;
+    value.valuestring = nullptr;
+    cJSON_SetNumberValue(&value, static_cast<double>(item.time));
+    append(64);
+    append_text(",\"text\":", item.text);
+    append_text(",\"snapshot\":", item.snapshot);
+    append_text(",\"category\":", item.category);
+    append_text(",\"description\":", item.description);
+    text += '}';
   }
-  char* text = cJSON_PrintUnformatted(array.get());
-  std::string result = text != nullptr ? text : "[]";
-  cJSON_free(text);
-  return result + "\n";
+  return text + "]\n";
 }
 
 }  // namespace zolo

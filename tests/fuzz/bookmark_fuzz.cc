@@ -1,4 +1,6 @@
-// Feeds arbitrary bytes as a "bookmark.json" to the bookmark reader, then searches it.
+// Feeds arbitrary bytes as a "bookmark.json" to the bookmark reader, searches it, and prints
+// it back: the printer must write exactly what cJSON writes for the same items.
+#include <cjson/cJSON.h>
 #include <unistd.h>
 #include <zolo/media/recordings.h>
 
@@ -6,6 +8,30 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+
+#include "libzolo_media/bookmark_file.h"
+
+namespace {
+
+std::string CjsonText(const zm_recording_bookmark& bookmark) {
+  cJSON* array = cJSON_CreateArray();
+  for (const zm_bookmark_item& item : bookmark.items) {
+    cJSON* object = cJSON_CreateObject();
+    cJSON_AddNumberToObject(object, "time", static_cast<double>(item.time));
+    cJSON_AddStringToObject(object, "text", item.text.c_str());
+    cJSON_AddStringToObject(object, "snapshot", item.snapshot.c_str());
+    cJSON_AddStringToObject(object, "category", item.category.c_str());
+    cJSON_AddStringToObject(object, "description", item.description.c_str());
+    cJSON_AddItemToArray(array, object);
+  }
+  char* printed = cJSON_PrintUnformatted(array);
+  std::string text = printed != nullptr ? std::string(printed) + "\n" : "";
+  cJSON_free(printed);
+  cJSON_Delete(array);
+  return text;
+}
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const std::string path = "/tmp/zolo-bookmark-fuzz-" + std::to_string(getpid()) + ".json";
@@ -21,5 +47,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int index = zm_search_bookmark(&bookmark, t);
     if (bookmark.count > 0 && (index < 0 || index >= bookmark.count)) __builtin_trap();
   }
+  if (zolo::PrintBookmarks(bookmark) != CjsonText(bookmark)) __builtin_trap();
   return 0;
 }
