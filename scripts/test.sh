@@ -17,7 +17,10 @@ done
 build=build
 [ "$sanitize" = ON ] && build=build-asan
 bash scripts/setup.sh
-cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize \
+# ccache keeps a rebuild of unchanged sources (another flavour, a second run) cheap.
+launcher=()
+command -v ccache >/dev/null && launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize "${launcher[@]}" \
       -DZOLO_BUILD_BENCH=$([ "$sanitize" = ON ] && echo OFF || echo ON) >/dev/null
 cmake --build "$build" -j"$(nproc)"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
