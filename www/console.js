@@ -276,9 +276,7 @@ const mixer = {
       for (const l of members) {
         const tile = element('button', { type: 'button', class: 'tile', 'data-layout': l.id,
           title: `${l.name} (${l.id})`, onclick: () => this.put(l.id) },
-          l.image ? element('img', { src: imageUrl('layouts', l.image), alt: '', loading: 'lazy' })
-            : element('img', { alt: '' }),
-          element('span', {}, l.name));
+          this.picture(l), element('span', {}, l.name));
         this.tiles.set(l.id, tile);
         row.append(tile);
       }
@@ -287,6 +285,18 @@ const mixer = {
     if (onAir.ok) this.highlight(onAir.code > 0 ? onAir.code : onAir.data.id);
     this.fill('#theme-select', themes, (t) => t.name);
     this.fill('#background-select', backgrounds, (b) => b.name);
+  },
+  // The rendered preview; where there is none (or it is not there yet), the layout's windows
+  // drawn by the page.
+  picture(layout) {
+    const drawn = () => element('div', { class: 'drawn', 'aria-hidden': 'true' },
+      ...(layout.video_layouts || []).map((w) => element('i', {
+        style: `left:${w.x * 100}%;top:${w.y * 100}%;width:${w.w * 100}%;height:${w.h * 100}%;` +
+          `z-index:${w.z};background:hsl(${(w.id * 67) % 360} 45% 38%)` }, String(w.id))));
+    if (!layout.image) return drawn();
+    const img = element('img', { src: imageUrl('layouts', layout.image), alt: '', loading: 'lazy' });
+    img.addEventListener('error', () => img.replaceWith(drawn()), { once: true });
+    return img;
   },
   fill(selector, answer, label) {
     const select = $(selector, this.panel);
@@ -321,7 +331,7 @@ const audio = {
   meters: new Map(),  // port name -> {bar, peak, level, peakLevel, peakAt}
   dirty: false,
   async load() {
-    const { data } = await client.request(api.audioInputs, { name: '' });
+    const { data } = await client.request(api.audioInputs);
     const listNode = $('.meters', this.panel);
     listNode.replaceChildren();
     this.meters.clear();
