@@ -15,9 +15,8 @@ const api = {
   themes: 'get_theme', setTheme: 'set_video_theme',
   backgrounds: 'get_background', setBackground: 'set_video_background',
   audioInputs: 'get_audio_input', setAudioInput: 'set_audio_input',
-  recordings: 'get_recording_page', recordingCount: 'get_recording_count',
-  findRecordings: 'get_recording_by_name', recording: 'get_recording_by_id',
-  bookmarks: 'load_recording_bookmark_of', addBookmark: 'add_bookmark',
+  recordings: 'get_recording', recordingCount: 'get_recording_count',
+  bookmarks: 'load_recording_bookmark', addBookmark: 'add_bookmark',
 };
 const MIXER_MAIN = 1;  // the program mixer
 const PAGE_SIZE = 100;
@@ -234,12 +233,20 @@ const inputs = {
   async snapshot(channel, thumb) {
     const item = this.items.get(channel.id);
     await guarded(this.panel, async () => {
-      const { data } = await client.request(api.channelSnapshot, { channel: channel.id, width: 320, height: 180 });
-      const url = data.image || data.path || data.url;
-      if (!url) return;
-      thumb.src = `${imageUrl('previews', url)}?t=${Date.now()}`;
-      thumb.hidden = false;
-      item.firstChild.replaceWith(thumb);
+      // The engine writes the still of the channel's video user source in the background.
+      await client.request(api.channelSnapshot, { channel: channel.id, width: 320, height: 180 });
+      const name = `snapshot_${String(channel.video_user_source_id).padStart(3, '0')}.jpg`;
+      for (let attempt = 0; attempt < 10; attempt++) {
+        await new Promise((resolve) => setTimeout(resolve, 300));
+        const url = `/images/channels/${name}?t=${Date.now()}`;
+        if ((await fetch(url, { method: 'HEAD' })).ok) {
+          thumb.src = url;
+          thumb.hidden = false;
+          item.firstChild.replaceWith(thumb);
+          return;
+        }
+      }
+      throw new Error('the snapshot did not appear');
     });
   },
   status(record) {
@@ -396,7 +403,7 @@ const recordings = {
     await guarded(this.panel, async () => {
       let rows;
       if (this.query) {
-        rows = list((await client.request(api.findRecordings, { name: this.query })).data);
+        rows = list((await client.request(api.recordings, { pattern: this.query })).data);
         this.total = rows.length;
       } else {
         const [page, count] = await client.batch([
@@ -432,14 +439,15 @@ const recordings = {
     detail.hidden = false;
     detail.replaceChildren(element('h3', {}, recording.name || `Recording ${recording.id}`),
       element('p', { class: 'muted' }, 'Loading…'));
-    const [full, marks] = await client.batch([[api.recording, { id: recording.id }],
-      [api.bookmarks, { id: recording.id }]]);
+    const [full, marks] = await client.batch([[api.recordings, { id: recording.id }],
+      [api.bookmarks, { path: `${recording.folder}/bookmark.json` }]]);
     const record = full.ok ? (list(full.data)[0] || recording) : recording;
     const videos = element('ul', { class: 'videos' }, ...(record.videos || []).map((v) =>
       element('li', {}, v.file_name, ' ', element('span', { class: 'muted' }, `${v.status} · ${clock((v.duration || 0) / 1000)}`))));
+    const directory = (record.videos || [])[0]?.directory;
     const items = marks.ok ? (marks.data.bookmark?.items || list(marks.data)) : [];
     const bookmarks = element('div', { class: 'stills' }, ...items.map((b) => element('figure', {},
-      b.snapshot ? element('img', { src: `/images/bookmarks/${record.id}/${encodeURIComponent(b.snapshot.split('/').pop())}`, alt: '', loading: 'lazy' }) : element('img', { alt: '' }),
+      b.snapshot && directory ? element('img', { src: `/images/bookmarks/${[...directory.split('/'), ...b.snapshot.split('/')].map(encodeURIComponent).join('/')}`, alt: '', loading: 'lazy' }) : element('div', { class: 'nostill' }),
       element('figcaption', {}, `${clock(b.time / 1000)} ${b.text}`))));
     detail.replaceChildren(element('h3', {}, record.name || `Recording ${record.id}`),
       element('p', { class: 'muted' }, `${localTime(record.recorded_at)} · ${record.status}`),

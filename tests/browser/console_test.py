@@ -184,7 +184,11 @@ class ConsoleTest(unittest.TestCase):
             lambda d: condition(d), message)
 
     def text(self, selector, driver=None):
-        return (driver or self.driver).find_element(By.CSS_SELECTOR, selector).text
+        """The shown text of the first element `selector` finds ("" when none); read in the page,
+        so a list that re-renders meanwhile leaves no stale reference."""
+        return (driver or self.driver).execute_script(
+            "const e = document.querySelector(arguments[0]); return e ? e.innerText.trim() : ''",
+            selector)
 
     def js(self, script, *args, driver=None):
         return (driver or self.driver).execute_script(script, *args)
@@ -231,8 +235,14 @@ class ConsoleTest(unittest.TestCase):
         self.shot("signed-in")
         self.check_console()
 
+    def first_recording(self):
+        """The name in the first row of the recordings table (waits for one)."""
+        self.until(lambda d: d.find_elements(By.CSS_SELECTOR, "#rec-table tbody tr"),
+                   message="recordings listed; the panel says: " + self.text("#recordings .error"))
+        return self.text("#rec-table tbody tr:first-child td:first-child")
+
     def test_02_record_from_the_buttons(self):
-        first = self.text("#rec-table tbody tr:first-child td:first-child")
+        first = self.first_recording()
         self.driver.find_element(By.ID, "btn-start").click()
         self.until(lambda d: self.engine_state() == "recording", message="recording state")
         self.until(lambda d: self.text("#rec-time") not in ("", "00:00:00"), seconds=5,
@@ -285,12 +295,16 @@ class ConsoleTest(unittest.TestCase):
               f"long tasks: {len(long_tasks)} (longest {max(long_tasks or [0]):.0f} ms)")
         self.assertEqual(float(level), -40)
         self.assertGreaterEqual(float(peak), -40)  # held, then falling back after 1.5 s
+        self.js("document.getElementById('audio').scrollIntoView({block: 'center'})")
+        self.appliance.emit("audio_level", {"Name": port, "Level": -6, "Left": -6, "Right": -9})
+        self.until(lambda d: self.js(f"return document.querySelector('{meter}').dataset.level") == "-6",
+                   message="the meter shows the newest level")
         self.shot("meters")
         self.check_console()
 
     def test_05_recordings_page_two_and_search(self):
         self.driver.execute_script("document.getElementById('recordings').scrollIntoView()")
-        before = self.text("#rec-table tbody tr:first-child td:first-child")
+        before = self.first_recording()
         started = time.time()
         self.driver.find_element(By.ID, "rec-next").click()
         self.until(lambda d: self.text("#rec-page").startswith("page 2 of")
