@@ -1,7 +1,18 @@
 #include "request_table.h"
 
+#include <limits.h>
+#include <stdlib.h>
+#include <zolo/sysroot.h>
+
 #include <algorithm>
 #include <cstring>
+
+#include "common/log.h"
+#include "request_helpers.h"
+
+namespace {
+constexpr const char* kLogSource = "gateway-requests";
+}  // namespace
 
 namespace zolo::gateway {
 
@@ -51,6 +62,72 @@ bool BoolArg(const cJSON* args, const char* name, bool fallback) {
 std::string StringArg(const cJSON* args, const char* name, const std::string& fallback) {
   const cJSON* item = cJSON_GetObjectItemCaseSensitive(args, name);
   return cJSON_IsString(item) ? std::string(item->valuestring) : fallback;
+}
+
+Outcome BadArgument(const std::string& message) {
+  ZLOG(1, "Refused request argument: %s", message.c_str());
+  Outcome outcome{-3, JsonHolder(cJSON_CreateObject())};
+  cJSON_AddStringToObject(outcome.data.get(), "error", message.c_str());
+  return outcome;
+}
+
+std::optional<std::string> OptionalText(const cJSON* args, const char* name) {
+  const cJSON* item = cJSON_GetObjectItemCaseSensitive(args, name);
+  if (!cJSON_IsString(item)) return std::nullopt;
+  return std::string(item->valuestring);
+}
+
+double UnsignedArg(const cJSON* args, const char* name) {
+  const cJSON* item = cJSON_GetObjectItemCaseSensitive(args, name);
+  if (!cJSON_IsNumber(item)) return -1;
+  double number = item->valuedouble;
+  bool whole = number >= 0 && number <= 9007199254740992.0 &&
+               static_cast<double>(static_cast<uint64_t>(number)) == number;
+  return whole ? number : -1;
+}
+
+std::vector<std::string> AllowedFolders() {
+  return {SysrootPath("/var/lib/zolo/recordings"), SysrootPath("/var/lib/zolo/media/images"),
+          SysrootPath("/var/lib/zolo/media/assets"), SysrootPath("/media")};
+}
+
+namespace {
+
+// `path` with its existing folders resolved (symbolic links, "..", "."); the part that does
+// not exist yet must be one plain file name. Empty when it cannot be resolved.
+std::string ResolveExisting(const std::string& path) {
+  char resolved[PATH_MAX];
+  if (realpath(path.c_str(), resolved)) return resolved;
+  size_t slash = path.find_last_of('/');
+  if (slash == std::string::npos) return "";
+  std::string name = path.substr(slash + 1);
+  if (name.empty() || name == "." || name == "..") return "";
+  std::string folder = slash == 0 ? "/" : path.substr(0, slash);
+  if (!realpath(folder.c_str(), resolved)) return "";
+  return std::string(resolved) + "/" + name;
+}
+
+bool Inside(const std::string& path, const std::string& folder) {
+  return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
+         path[folder.size()] == '/';
+}
+
+}  // namespace
+
+std::optional<std::string> ConfinedPath(const std::string& path_or_uri) {
+  static const std::string kScheme = "file://";
+  std::string path = path_or_uri.compare(0, kScheme.size(), kScheme) == 0
+                         ? path_or_uri.substr(kScheme.size())
+                         : path_or_uri;
+  std::string resolved = path.empty() || path[0] != '/' ? "" : ResolveExisting(path);
+  if (!resolved.empty()) {
+    for (const std::string& folder : AllowedFolders()) {
+      char real_folder[PATH_MAX];
+      if (realpath(folder.c_str(), real_folder) && Inside(resolved, real_folder)) return resolved;
+    }
+  }
+  ZLOG(1, "Refused a path outside the appliance's folders: %s", path_or_uri.c_str());
+  return std::nullopt;
 }
 
 }  // namespace zolo::gateway

@@ -36,7 +36,7 @@ struct Outcome {
 using Handler = Outcome (*)(const cJSON* args);
 
 struct RequestSpec {
-  const char* name;         // "get_channel"
+  const char* name;  // "get_channel"
   std::vector<Param> params;
   Handler handler;
   const char* description;  // one line, for get_request_list and the protocol document

@@ -1,0 +1,77 @@
+// Shared pieces of the family request files: answers built from records, optional text
+// arguments, decoding of record arguments and confinement of client-named paths.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "request_table.h"
+#include "zolo/media_json/record_json.h"
+
+namespace zolo::gateway {
+
+// An answer with no data.
+inline Outcome Code(int code) {
+  return Outcome{code, nullptr};
+}
+
+// An answer whose data is {member: value}; takes `value`.
+inline Outcome WithMember(int code, const char* member, cJSON* value) {
+  Outcome outcome{code, JsonHolder(cJSON_CreateObject())};
+  cJSON_AddItemToObject(outcome.data.get(), member, value);
+  return outcome;
+}
+template <class C>
+Outcome WithList(int code, const char* member, const C& list) {
+  return WithMember(code, member, json::ListToJson(list).release());
+}
+template <class T>
+Outcome WithRecord(int code, const char* member, const T& record) {
+  return WithMember(code, member, json::ToJson(record).release());
+}
+inline Outcome WithText(int code, const char* member, const std::string& text) {
+  return WithMember(code, member, cJSON_CreateString(text.c_str()));
+}
+inline Outcome WithNumber(int code, const char* member, double number) {
+  return WithMember(code, member, cJSON_CreateNumber(number));
+}
+// A getter that returns its value: the value is the code when it is not negative.
+inline Outcome Value(int result, const char* member) {
+  return result < 0 ? Code(result) : WithNumber(0, member, result);
+}
+
+// A record argument that did not decode: -3 with {"error": message}.
+Outcome BadArgument(const std::string& message);
+
+// Decodes the record argument `name` into `record`; on failure fills `refusal`.
+template <class T>
+bool RecordArg(const cJSON* args, const char* name, T* record, Outcome* refusal) {
+  std::string error = json::FromJson(cJSON_GetObjectItemCaseSensitive(args, name), name, record);
+  if (error.empty()) return true;
+  *refusal = BadArgument(error);
+  return false;
+}
+
+// An optional text argument: absent (or JSON null) gives nullopt, which handlers pass on
+// as a null pointer ("any").
+std::optional<std::string> OptionalText(const cJSON* args, const char* name);
+inline const char* CStr(const std::optional<std::string>& text) {
+  return text ? text->c_str() : nullptr;
+}
+inline bool Has(const cJSON* args, const char* name) {
+  const cJSON* item = cJSON_GetObjectItemCaseSensitive(args, name);
+  return item && !cJSON_IsNull(item);
+}
+// A non-negative integer argument as uint64 (times, positions), or -1 when it is not one.
+double UnsignedArg(const cJSON* args, const char* name);
+
+// The appliance's own folders (below the sandbox root) that client-named files may lie in:
+// recordings, snapshot and layout images, mixer assets, and the storage mounts.
+std::vector<std::string> AllowedFolders();
+// The absolute path of the client-named file `path_or_uri` ("file://" URL or absolute
+// path) after resolving "..", "." and symbolic links of its existing part, when it lies
+// inside one of the allowed folders; nullopt otherwise (logged as a refusal).
+std::optional<std::string> ConfinedPath(const std::string& path_or_uri);
+
+}  // namespace zolo::gateway
