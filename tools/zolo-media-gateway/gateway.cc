@@ -164,7 +164,7 @@ void Gateway::Forget(Session& session) {
     g_source_unref(session.write_watch);
   }
   g_signal_handlers_disconnect_by_data(session.connection, &session);
-  if (soup_websocket_connection_get_state(session.connection) != SOUP_WEBSOCKET_STATE_CLOSED)
+  if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
     soup_websocket_connection_close(session.connection, SOUP_WEBSOCKET_CLOSE_GOING_AWAY, nullptr);
   g_object_unref(session.connection);
   if (session.socket != nullptr) g_object_unref(session.socket);
