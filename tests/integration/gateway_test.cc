@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <future>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -26,8 +25,11 @@ namespace {
 using zolo::JsonHolder;
 using zolo::gateway::Config;
 using zolo::gateway::Gateway;
+using zolo::test::ClientFrame;
 using zolo::test::D;
 using zolo::test::GatewayClient;
+using zolo::test::RawClient;
+using zolo::test::RawCloseCode;
 
 const char* Text(const cJSON* object, const char* key) {
   const cJSON* item = cJSON_GetObjectItem(object, key);
@@ -65,38 +67,10 @@ class GatewayTest : public zolo::test::EngineTest {
 
   // Runs a gateway with `config_` on its own thread.
   void StartGateway() {
-    std::promise<int> started;
-    server_thread_ = std::thread([this, &started] {
-      GMainContext* context = g_main_context_new();
-      g_main_context_push_thread_default(context);
-      server_loop_ = g_main_loop_new(context, FALSE);
-      {
-        Gateway gateway(config_);
-        std::string error;
-        bool ok = gateway.Start(&error);
-        started.set_value(ok ? gateway.port() : -1);
-        if (ok) g_main_loop_run(server_loop_);
-        gateway.Stop();
-      }
-      g_main_loop_unref(server_loop_);
-      g_main_context_pop_thread_default(context);
-      g_main_context_unref(context);
-    });
-    port_ = started.get_future().get();
+    port_ = server_.Start(config_);
     ASSERT_GT(port_, 0);
   }
-  void StopGateway() {
-    if (!server_thread_.joinable()) return;
-    GMainContext* context = g_main_loop_get_context(server_loop_);
-    g_main_context_invoke(
-        context,
-        [](gpointer loop) -> gboolean {
-          g_main_loop_quit(static_cast<GMainLoop*>(loop));
-          return G_SOURCE_REMOVE;
-        },
-        server_loop_);
-    server_thread_.join();
-  }
+  void StopGateway() { server_.Stop(); }
 
   std::string Url(const char* scheme = "ws") const {
     return std::string(scheme) + "://127.0.0.1:" + std::to_string(port_) + "/ws";
@@ -171,8 +145,7 @@ class GatewayTest : public zolo::test::EngineTest {
   int port_ = 0;
   GMainContext* context_ = nullptr;
   SoupSession* session_ = nullptr;
-  std::thread server_thread_;
-  GMainLoop* server_loop_ = nullptr;
+  zolo::test::GatewayThread server_;
 };
 
 TEST_F(GatewayTest, PasswordHandshakeAndLockout) {
@@ -385,70 +358,6 @@ TEST_F(GatewayTest, StalledEngineDelaysNoOtherClient) {
   JsonHolder restored = other->NextOp(5);
   ASSERT_NE(restored, nullptr);
   EXPECT_STREQ(Text(D(restored), "eventType"), "engine_restored");
-}
-
-// A masked client text frame holding `payload`.
-std::string ClientFrame(const std::string& payload) {
-  std::string frame = {'\x81'};
-  if (payload.size() < 126) {
-    frame += static_cast<char>(0x80 | payload.size());
-  } else {
-    frame += {static_cast<char>(0x80 | 126), static_cast<char>(payload.size() >> 8),
-              static_cast<char>(payload.size() & 0xff)};
-  }
-  frame += {1, 2, 3, 4};
-  for (size_t i = 0; i < payload.size(); ++i) frame += static_cast<char>(payload[i] ^ (i % 4 + 1));
-  return frame;
-}
-
-// A client that does the handshake and Identify by hand, so it can send frames libsoup's
-// client would not and stop reading when it likes. The socket, or -1.
-int RawClient(int port, int receive_buffer = 0) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  if (receive_buffer > 0)
-    setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  if (connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return -1;
-  std::string upgrade =
-      "GET /ws HTTP/1.1\r\nHost: 127.0.0.1\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
-      "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n";
-  if (write(fd, upgrade.data(), upgrade.size()) < 0) return -1;
-  char buffer[2048];
-  if (read(fd, buffer, sizeof buffer) <= 0) return -1;  // the upgrade answer (and maybe Hello)
-  std::string identify = ClientFrame(R"({"op":1,"d":{"protocolVersion":1}})");
-  if (write(fd, identify.data(), identify.size()) < 0) return -1;
-  return fd;
-}
-
-// Reads server frames from `fd` until a close frame; its code, or -1.
-int RawCloseCode(int fd) {
-  timeval wait{5, 0};
-  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
-  std::string data;
-  char buffer[4096];
-  for (;;) {
-    // Server frames are unmasked; walk them until the close frame (opcode 8).
-    size_t at = 0;
-    while (at + 2 <= data.size()) {
-      size_t length = static_cast<unsigned char>(data[at + 1]) & 0x7f, header = 2;
-      if (length == 126 && at + 4 <= data.size()) {
-        length = (static_cast<unsigned char>(data[at + 2]) << 8) |
-                 static_cast<unsigned char>(data[at + 3]);
-        header = 4;
-      }
-      if (at + header + length > data.size()) break;
-      if ((data[at] & 0x0f) == 8 && length >= 2)
-        return (static_cast<unsigned char>(data[at + header]) << 8) |
-               static_cast<unsigned char>(data[at + header + 1]);
-      at += header + length;
-    }
-    ssize_t got = read(fd, buffer, sizeof buffer);
-    if (got <= 0) return -1;
-    data.append(buffer, static_cast<size_t>(got));
-  }
 }
 
 TEST_F(GatewayTest, InvalidUtf8Closes) {
