@@ -74,4 +74,16 @@ std::vector<std::string> AllowedFolders();
 // inside one of the allowed folders; nullopt otherwise (logged as a refusal).
 std::optional<std::string> ConfinedPath(const std::string& path_or_uri);
 
+// An address that names a file (a "file://" URL or a path) must lie in the allowed folders;
+// network addresses ("rtmp://", "srt://" ...) are the engine's business.
+inline bool NetworkOrConfined(const std::string& address) {
+  bool is_file = address.rfind("file://", 0) == 0 || address.rfind('/', 0) == 0;
+  return !is_file || ConfinedPath(address).has_value();
+}
+// A confined file as the "file://" URL the library expects, or nullopt.
+inline std::optional<std::string> ConfinedFileUrl(const std::string& path_or_uri) {
+  auto path = ConfinedPath(path_or_uri);
+  return path ? std::optional<std::string>("file://" + *path) : std::nullopt;
+}
+
 }  // namespace zolo::gateway
