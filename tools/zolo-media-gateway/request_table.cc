@@ -1,3 +1,18 @@
+// The request table: every front-end call of the library, one file per family.
+//
+// Left out on purpose:
+// - zm_init, zm_release, zm_set_user_data, zm_set_opt: the gateway process owns the
+//   library's lifecycle, callback pointer and options; a client must not change them.
+// - zm_execute_db_command, zm_execute_db_patch: raw SQL text / a SQL file a client names.
+// - zm_register_signal, zm_unregister_signal, zm_signal_handler: the gateway owns the
+//   signal subscriptions; clients receive signals as events through their subscriptions.
+// - zm_convert_stream_data, zm_convert_source_data: they take in-process model objects.
+// - zm_strerror: every answer already carries the meaning of its code.
+// Confined (refused with -3 outside the recording, image, asset and storage folders, after
+// resolving "..", "." and symbolic links): snapshot targets, playback files, foreground and
+// overlay files, file-like stream destinations and input addresses, bookmark files (only a
+// "bookmark.json"); start_stream takes plain file names; asset records are checked for
+// links leading out of the asset folders; thumbnails are relative paths.
 #include "request_table.h"
 
 #include <limits.h>
