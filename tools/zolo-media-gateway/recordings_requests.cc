@@ -92,7 +92,7 @@ Outcome SnapshotTime(const cJSON* args, bool create) {
 
 // A bookmark file a client names: a "bookmark.json" inside the appliance's folders.
 std::optional<std::string> BookmarkPath(const std::string& path) {
-  auto confined = ConfinedPath(path);
+  auto confined = ConfinedPath(path, Opener::kLibrary);
   static const std::string kName = "/bookmark.json";
   if (!confined || confined->size() < kName.size() ||
       confined->compare(confined->size() - kName.size(), kName.size(), kName) != 0)
