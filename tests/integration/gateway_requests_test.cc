@@ -156,6 +156,7 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
   const std::string images = "/var/lib/zolo/media/images";
   sandbox_->MakeDir(images);
   ASSERT_EQ(symlink("/tmp", sandbox_->Path(images + "/escape").c_str()), 0);
+  ASSERT_EQ(symlink("/no/such/file", sandbox_->Path(images + "/dangling.jpg").c_str()), 0);
   std::string bookmark = RecordingPath("morning/bookmark.json");
   AddRecording("morning", 1000);
   struct Case {
@@ -172,6 +173,8 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
        -3},
       {"make_video_snapshot",
        R"({"mixer":1,"uri":")" + images + R"(/escape/a.jpg","width":64,"height":36})", -3},
+      {"make_video_snapshot",
+       R"({"mixer":1,"uri":")" + images + R"(/dangling.jpg","width":64,"height":36})", -3},
       {"make_channel_snapshot", R"({"channel":1,"uri":"relative.jpg","width":64,"height":36})", -3},
       {"playback", R"({"uri":"/etc/passwd","time":0})", -3},
       {"set_stream_destination", R"({"name":"movie1","destination":"file:///etc/x.mp4"})", -3},

@@ -18,6 +18,7 @@
 
 #include <limits.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <zolo/sysroot.h>
 
 #include <algorithm>
@@ -119,6 +120,8 @@ std::string RealPath(const std::string& path) {
 std::string ResolveExisting(const std::string& path) {
   std::string resolved = RealPath(path);
   if (!resolved.empty()) return resolved;
+  struct stat link;
+  if (lstat(path.c_str(), &link) == 0) return "";  // a dangling link could lead anywhere
   size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return "";
   std::string name = path.substr(slash + 1);
