@@ -70,6 +70,12 @@ TEST_F(ZmctlTest, EachFamilyAnswersInJson) {
   cJSON* state = Json("state");
   EXPECT_EQ(cJSON_GetObjectItem(state, "id")->valueint, 1);
   cJSON_Delete(state);
+  // Listings print the record layer's typed records: every member, flags as booleans.
+  cJSON* sources = Json("source list");
+  const cJSON* source = cJSON_GetArrayItem(sources, 0);
+  EXPECT_TRUE(cJSON_IsBool(cJSON_GetObjectItem(source, "available")));
+  EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(source, "audio_delay")));
+  cJSON_Delete(sources);
 }
 
 TEST_F(ZmctlTest, ARecordingFromTheCommandLine) {

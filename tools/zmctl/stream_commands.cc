@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/streams_json.h"
 
 namespace zmctl {
 
@@ -25,6 +26,7 @@ struct RecordArgs {
 };
 
 void PrintStreams(const Context& context, const std::vector<zm_stream>& streams) {
+  if (context.out().Records(streams)) return;
   std::vector<Row> rows;
   for (const auto& s : streams)
     rows.push_back({std::to_string(s.id), s.name, s.type, s.channel_name, s.codec_preset_name,
@@ -34,6 +36,7 @@ void PrintStreams(const Context& context, const std::vector<zm_stream>& streams)
 }
 
 void PrintLive(const Context& context, const std::vector<zm_stream>& streams) {
+  if (context.out().Records(streams)) return;
   std::vector<Row> rows;
   for (const auto& s : streams)
     rows.push_back({s.name, s.type, s.channel_name, std::to_string(s.start_time),
@@ -210,6 +213,7 @@ void AddStreamCommands(CLI::App& app, Context& context) {
                          : zm_get_stream_metadata(0, &rows);
         }))
       return;
+    if (context.out().Records(rows)) return;
     std::vector<Row> table;
     for (const auto& r : rows) table.push_back({std::to_string(r.key_id), r.key, r.value});
     context.out().Table({"key_id", "key", "value"}, table);

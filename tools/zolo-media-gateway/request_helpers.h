@@ -66,12 +66,31 @@ inline bool Has(const cJSON* args, const char* name) {
 // A non-negative integer argument as uint64 (times, positions), or -1 when it is not one.
 double UnsignedArg(const cJSON* args, const char* name);
 
-// The appliance's own folders (below the sandbox root) that client-named files may lie in:
+// Who opens a client-named file: the library itself (it names real paths, below the
+// sandbox root when one is set) or the engine (it takes system paths and looks them up
+// below the sandbox root itself).
+enum class Opener { kLibrary, kEngine };
+
+// The appliance's own folders (system paths) that client-named files may lie in:
 // recordings, snapshot and layout images, mixer assets, and the storage mounts.
 std::vector<std::string> AllowedFolders();
-// The absolute path of the client-named file `path_or_uri` ("file://" URL or absolute
-// path) after resolving "..", "." and symbolic links of its existing part, when it lies
-// inside one of the allowed folders; nullopt otherwise (logged as a refusal).
-std::optional<std::string> ConfinedPath(const std::string& path_or_uri);
+// The client-named file `path_or_uri` ("file://" URL or absolute path) with "..", "." and
+// the symbolic links of its existing part resolved, when it lies inside one of the allowed
+// folders: a real path for kLibrary, a system path for kEngine. Nullopt otherwise (logged
+// as a refusal).
+std::optional<std::string> ConfinedPath(const std::string& path_or_uri, Opener opener);
+
+// An address the engine opens: one that names a file (a "file://" URL or a path) must lie
+// in the allowed folders; network addresses ("rtmp://", "srt://" ...) are the engine's
+// business.
+inline bool NetworkOrConfined(const std::string& address) {
+  bool is_file = address.rfind("file://", 0) == 0 || address.rfind('/', 0) == 0;
+  return !is_file || ConfinedPath(address, Opener::kEngine).has_value();
+}
+// A file the engine opens, as the "file://" URL of its resolved system path, or nullopt.
+inline std::optional<std::string> ConfinedFileUrl(const std::string& path_or_uri) {
+  auto path = ConfinedPath(path_or_uri, Opener::kEngine);
+  return path ? std::optional<std::string>("file://" + *path) : std::nullopt;
+}
 
 }  // namespace zolo::gateway

@@ -1,7 +1,24 @@
+// The request table: every front-end call of the library, one file per family.
+//
+// Left out on purpose:
+// - zm_init, zm_release, zm_set_user_data, zm_set_opt: the gateway process owns the
+//   library's lifecycle, callback pointer and options; a client must not change them.
+// - zm_execute_db_command, zm_execute_db_patch: raw SQL text / a SQL file a client names.
+// - zm_register_signal, zm_unregister_signal, zm_signal_handler: the gateway owns the
+//   signal subscriptions; clients receive signals as events through their subscriptions.
+// - zm_convert_stream_data, zm_convert_source_data: they take in-process model objects.
+// - zm_strerror, zm_version: every answer carries the meaning of its code, and the
+//   gateway's greeting carries the library version.
+// Confined (refused with -3 outside the recording, image, asset and storage folders, after
+// resolving "..", "." and symbolic links): snapshot targets, playback files, foreground and
+// overlay files, file-like stream destinations and input addresses, bookmark files (only a
+// "bookmark.json"); start_stream takes plain file names; asset records are checked for
+// links leading out of the asset folders; thumbnails are relative paths.
 #include "request_table.h"
 
 #include <limits.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <zolo/sysroot.h>
 
 #include <algorithm>
@@ -87,44 +104,63 @@ double UnsignedArg(const cJSON* args, const char* name) {
 }
 
 std::vector<std::string> AllowedFolders() {
-  return {SysrootPath("/var/lib/zolo/recordings"), SysrootPath("/var/lib/zolo/media/images"),
-          SysrootPath("/var/lib/zolo/media/assets"), SysrootPath("/media")};
+  return {"/var/lib/zolo/recordings", "/var/lib/zolo/media/images", "/var/lib/zolo/media/assets",
+          "/media"};
 }
 
 namespace {
 
+std::string RealPath(const std::string& path) {
+  char resolved[PATH_MAX];
+  return realpath(path.c_str(), resolved) ? resolved : "";
+}
+
 // `path` with its existing folders resolved (symbolic links, "..", "."); the part that does
 // not exist yet must be one plain file name. Empty when it cannot be resolved.
 std::string ResolveExisting(const std::string& path) {
-  char resolved[PATH_MAX];
-  if (realpath(path.c_str(), resolved)) return resolved;
+  std::string resolved = RealPath(path);
+  if (!resolved.empty()) return resolved;
+  struct stat link;
+  if (lstat(path.c_str(), &link) == 0) return "";  // a dangling link could lead anywhere
   size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return "";
   std::string name = path.substr(slash + 1);
   if (name.empty() || name == "." || name == "..") return "";
-  std::string folder = slash == 0 ? "/" : path.substr(0, slash);
-  if (!realpath(folder.c_str(), resolved)) return "";
-  return std::string(resolved) + "/" + name;
+  std::string folder = RealPath(slash == 0 ? "/" : path.substr(0, slash));
+  return folder.empty() ? "" : (folder == "/" ? "" : folder) + "/" + name;
 }
 
 bool Inside(const std::string& path, const std::string& folder) {
-  return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
-         path[folder.size()] == '/';
+  return !folder.empty() && path.size() > folder.size() &&
+         path.compare(0, folder.size(), folder) == 0 && path[folder.size()] == '/';
+}
+
+// The real path of `path`, inside an allowed folder, or "".
+std::string ConfinedRealPath(const std::string& path) {
+  if (path.empty() || path[0] != '/') return "";
+  std::string resolved = ResolveExisting(path);
+  if (resolved.empty()) return "";
+  for (const std::string& folder : AllowedFolders())
+    if (Inside(resolved, RealPath(SysrootPath(folder)))) return resolved;
+  return "";
 }
 
 }  // namespace
 
-std::optional<std::string> ConfinedPath(const std::string& path_or_uri) {
+std::optional<std::string> ConfinedPath(const std::string& path_or_uri, Opener opener) {
   static const std::string kScheme = "file://";
   std::string path = path_or_uri.compare(0, kScheme.size(), kScheme) == 0
                          ? path_or_uri.substr(kScheme.size())
                          : path_or_uri;
-  std::string resolved = path.empty() || path[0] != '/' ? "" : ResolveExisting(path);
-  if (!resolved.empty()) {
-    for (const std::string& folder : AllowedFolders()) {
-      char real_folder[PATH_MAX];
-      if (realpath(folder.c_str(), real_folder) && Inside(resolved, real_folder)) return resolved;
-    }
+  if (opener == Opener::kLibrary) {
+    std::string real = ConfinedRealPath(path);
+    if (!real.empty()) return real;
+  } else if (!path.empty() && path[0] == '/') {
+    // The engine looks the system path up below the sandbox root: check it there and hand
+    // it back as a system path.
+    std::string real = ConfinedRealPath(SysrootPath(path));
+    std::string root = Sysroot().empty() ? "" : RealPath(Sysroot());
+    if (!real.empty() && (root.empty() || Inside(real, root))) return real.substr(root.size());
   }
   ZLOG(1, "Refused a path outside the appliance's folders: %s", path_or_uri.c_str());
   return std::nullopt;
