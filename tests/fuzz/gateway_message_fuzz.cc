@@ -8,6 +8,7 @@
 #include "protocol.h"
 
 using namespace zolo::gateway;
+using zolo::JsonHolder;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Limits limits;
