@@ -369,6 +369,8 @@ TEST_F(GatewayTest, InvalidUtf8Closes) {
   int code = RawCloseCode(fd);
   // The WebSocket layer may refuse it (1007) before the gateway sees it (4002).
   EXPECT_TRUE(code == 4002 || code == 1007) << code;
+  EXPECT_TRUE(zolo::test::PumpUntil(
+      [&] { return Metric("zolo_gateway_refusals_total{reason=\"invalid_utf8\"}") == 1; }, 3000));
   close(fd);
 }
 

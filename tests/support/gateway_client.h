@@ -181,9 +181,13 @@ inline int RawCloseCode(int fd) {
         header = 4;
       }
       if (at + header + length > data.size()) break;
-      if ((data[at] & 0x0f) == 8 && length >= 2)
+      if ((data[at] & 0x0f) == 8 && length >= 2) {
+        // Answers the close with the same code, as a well-behaved client does.
+        std::string echo = {'\x88', '\x82', 0, 0, 0, 0, data[at + header], data[at + header + 1]};
+        if (write(fd, echo.data(), echo.size()) < 0) return -1;
         return (static_cast<unsigned char>(data[at + header]) << 8) |
                static_cast<unsigned char>(data[at + header + 1]);
+      }
       at += header + length;
     }
     ssize_t got = read(fd, buffer, sizeof buffer);

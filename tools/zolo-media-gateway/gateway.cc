@@ -18,6 +18,8 @@ constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr int kSendBufferBytes = 256 * 1024;
 constexpr guint64 kMaxFrameBytes = 2 << 20;
 constexpr guint kKeepaliveSeconds = 30;
+// Bytes handed to the WebSocket after the socket was last seen writable, before asking again.
+constexpr size_t kSendBudget = 64 * 1024;
 
 struct Timer {
   void (*fire)(gpointer);
@@ -78,6 +80,7 @@ void Gateway::OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
   soup_websocket_connection_set_keepalive_interval(connection, kKeepaliveSeconds);
   g_signal_connect(connection, "message", G_CALLBACK(OnMessage), &session);
   g_signal_connect(connection, "closed", G_CALLBACK(OnClosed), &session);
+  g_signal_connect(connection, "error", G_CALLBACK(OnError), &session);
 
   gint64 now = g_get_monotonic_time();
   if (gateway.sessions_.size() > gateway.config_.max_clients)
@@ -130,6 +133,26 @@ void Gateway::OnMessage(SoupWebsocketConnection*, gint type, GBytes* message, gp
   gsize size = 0;
   const char* bytes = static_cast<const char*>(g_bytes_get_data(message, &size));
   session.gateway->HandleMessage(session, bytes, size);
+}
+
+void Gateway::OnError(SoupWebsocketConnection*, GError* error, gpointer data) {
+  Session& session = *static_cast<Session*>(data);
+  if (session.closing) return;
+  // Frames the WebSocket layer refused itself (it closes with the error's code) are
+  // refusals too; other errors are the network's and only logged.
+  if (error->domain != SOUP_WEBSOCKET_ERROR) {
+    ZLOG(2, "client %llu (%s): %s", static_cast<unsigned long long>(session.id),
+         session.address.c_str(), error->message);
+    return;
+  }
+  const char* reason = error->code == SOUP_WEBSOCKET_CLOSE_BAD_DATA
+                           ? close_reason::kInvalidUtf8.name
+                       : error->code == SOUP_WEBSOCKET_CLOSE_TOO_BIG ? close_reason::kTooLarge.name
+                                                                     : "protocol_error";
+  session.closing = true;
+  session.gateway->metrics_.Refused(reason);
+  ZLOG(1, "client %llu (%s): %s: %s", static_cast<unsigned long long>(session.id),
+       session.address.c_str(), reason, error->message);
 }
 
 void Gateway::OnClosed(SoupWebsocketConnection*, gpointer data) {
@@ -288,29 +311,36 @@ void Gateway::Enqueue(Session& session, std::string text, bool high_volume) {
 void Gateway::Flush(Session& session) {
   // Hands messages to the WebSocket only while the socket takes them, so what a slow client
   // has not read stays in our bounded queue rather than in the connection's unbounded one.
+  // The socket is asked once per budget of bytes, not once per message.
   while (!session.queue.empty() && !session.closing &&
          soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN) {
-    if (session.socket != nullptr &&
-        !(g_socket_condition_check(session.socket, G_IO_OUT) & G_IO_OUT)) {
-      if (session.write_watch != nullptr) return;
-      gboolean (*on_writable)(GSocket*, GIOCondition, gpointer) = [](GSocket*, GIOCondition,
-                                                                     gpointer data) -> gboolean {
-        Session& writable = *static_cast<Session*>(data);
-        g_source_unref(writable.write_watch);
-        writable.write_watch = nullptr;
-        writable.gateway->Flush(writable);
-        return G_SOURCE_REMOVE;
-      };
-      session.write_watch = g_socket_create_source(session.socket, G_IO_OUT, nullptr);
-      g_source_set_callback(session.write_watch, G_SOURCE_FUNC(on_writable), &session, nullptr);
-      g_source_attach(session.write_watch, context_);
-      return;
-    }
     Outgoing& next = session.queue.front();
+    if (session.socket != nullptr && session.send_budget < next.text.size()) {
+      if (!(g_socket_condition_check(session.socket, G_IO_OUT) & G_IO_OUT)) {
+        if (session.write_watch == nullptr) WatchWritable(session);
+        return;
+      }
+      session.send_budget = std::max(kSendBudget, next.text.size());
+    }
     soup_websocket_connection_send_text(session.connection, next.text.c_str());
+    session.send_budget -= next.text.size();
     session.queue_bytes -= next.text.size();
     session.queue.pop_front();
   }
+}
+
+void Gateway::WatchWritable(Session& session) {
+  gboolean (*on_writable)(GSocket*, GIOCondition, gpointer) = [](GSocket*, GIOCondition,
+                                                                 gpointer data) -> gboolean {
+    Session& writable = *static_cast<Session*>(data);
+    g_source_unref(writable.write_watch);
+    writable.write_watch = nullptr;
+    writable.gateway->Flush(writable);
+    return G_SOURCE_REMOVE;
+  };
+  session.write_watch = g_socket_create_source(session.socket, G_IO_OUT, nullptr);
+  g_source_set_callback(session.write_watch, G_SOURCE_FUNC(on_writable), &session, nullptr);
+  g_source_attach(session.write_watch, context_);
 }
 
 void Gateway::SendEvent(Session& session, const std::string& signal, const std::string& text,

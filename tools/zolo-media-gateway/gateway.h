@@ -54,6 +54,7 @@ class Gateway {
   static void OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
                           SoupWebsocketConnection* connection, gpointer self);
   static void OnMessage(SoupWebsocketConnection*, gint type, GBytes* message, gpointer session);
+  static void OnError(SoupWebsocketConnection*, GError* error, gpointer session);
   static void OnClosed(SoupWebsocketConnection*, gpointer session);
   bool OriginAllowed(SoupServerMessage* msg) const;
   void HandleMessage(Session& session, const char* data, size_t size);
@@ -67,6 +68,7 @@ class Gateway {
   // Outbound queues (gateway.cc).
   void Enqueue(Session& session, std::string text, bool high_volume);
   void Flush(Session& session);
+  void WatchWritable(Session& session);
   void ArmCoalescing(Session& session);
   void SendEvent(Session& session, const std::string& signal, const std::string& text,
                  bool high_volume);

@@ -22,6 +22,7 @@ struct Gateway::Session {
   int in_flight = 0;
   std::deque<Outgoing> queue;
   size_t queue_bytes = 0;
+  size_t send_budget = 0;  // bytes the socket may take before it is asked again
   GSource* write_watch = nullptr;
   GSource* identify_timer = nullptr;
   GSource* answer_timer = nullptr;
