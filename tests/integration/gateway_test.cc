@@ -290,6 +290,37 @@ TEST_F(GatewayTest, MessageErrorsClose) {
   EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"too_deep\"}"), 1);
 }
 
+TEST_F(GatewayTest, BrowserOriginsAndInFlightLimit) {
+  config_.max_in_flight = 4;
+  StartGateway();
+  std::string own = "http://127.0.0.1:" + std::to_string(port_);
+  struct Case {
+    const char* origin;
+    bool allowed;
+  } cases[] = {{nullptr, true},
+               {own.c_str(), true},
+               {"http://evil.example", false},
+               {"http://127.0.0.1:1", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.origin ? c.origin : "no Origin");
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url(), c.origin));
+    if (c.allowed) {
+      EXPECT_TRUE(Identify(client));
+    } else {
+      EXPECT_EQ(client.WaitClosed(), 4017);
+    }
+  }
+  // Requests waiting for a stalled engine count against the client's limit.
+  zolo::sim::Forced slow;
+  slow.delay_ms = 1500;
+  sim_.Force("get_state", slow);
+  auto client = Connected();
+  for (int i = 0; i < 5; ++i) client->Send(R"({"op":6,"d":{"requestType":"get_state"}})");
+  EXPECT_EQ(client->WaitClosed(), 4010);
+  sim_.Unforce("get_state");
+}
+
 TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   StartGateway();
   auto everything = Connected();  // default: no high-volume events
@@ -351,6 +382,9 @@ TEST_F(GatewayTest, StalledEngineDelaysNoOtherClient) {
   JsonHolder lost = other->NextOp(5);
   ASSERT_NE(lost, nullptr);
   EXPECT_STREQ(Text(D(lost), "eventType"), "engine_lost");
+  std::string health;
+  EXPECT_EQ(Get("/healthz", &health), 503u);
+  EXPECT_NE(health.find("\"engine\":false"), std::string::npos) << health;
   JsonHolder late = stalled->NextOp(7);
   ASSERT_NE(late, nullptr);
   EXPECT_STREQ(Text(D(late), "requestId"), "slow");
