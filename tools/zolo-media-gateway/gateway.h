@@ -82,6 +82,7 @@ class Gateway {
   void SetEngineUp(bool up, const std::string& reason);
   void Broadcast(const std::string& signal, JsonHolder data);
   void DispatchSignals();
+  void SetCork(const std::vector<Session*>& sessions, bool on);
 
   // HTTP (http.cc).
   static void OnImage(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,

@@ -4,6 +4,9 @@
 #include <zolo/media_json/signals_json.h>
 #include <zolo/sysroot.h>
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
 #include <cstdio>
 #include <cstring>
 
@@ -17,6 +20,7 @@ namespace {
 constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr size_t kMaxPendingSignals = 65536;
 constexpr const char* kListRequest = "get_request_list";
+constexpr size_t kCorkBatch = 4;
 
 // The gateway that receives the library's signal callbacks; cleared before it goes away.
 std::mutex g_active_mutex;
@@ -39,6 +43,12 @@ bool DatabaseReadable(const std::string& path) {
 }
 
 }  // namespace
+
+void Gateway::SetCork(const std::vector<Session*>& sessions, bool on) {
+  for (Session* session : sessions)
+    if (session->socket != nullptr && !session->closing)
+      g_socket_set_option(session->socket, IPPROTO_TCP, TCP_CORK, on ? 1 : 0, nullptr);
+}
 
 JsonHolder RequestListData() {
   JsonHolder data(cJSON_CreateObject());
@@ -240,6 +250,9 @@ void Gateway::DispatchSignals() {
   std::vector<Session*> targets;
   for (auto& [id, session] : sessions_)
     if (session->identified && !session->closing) targets.push_back(session.get());
+  // With several events at once, each client's frames leave in as few packets as they fit.
+  bool cork = batch.size() >= kCorkBatch;
+  if (cork) SetCork(targets, true);
   gint64 now = g_get_monotonic_time();
   for (auto& [signal, record] : batch) {
     if (signal == "media_crashed") SetEngineUp(false, "the media engine crashed");
@@ -264,6 +277,7 @@ void Gateway::DispatchSignals() {
       SendEvent(*session, signal, text, high_volume);
     }
   }
+  if (cork) SetCork(targets, false);
 }
 
 bool Gateway::Start(std::string* error) {
