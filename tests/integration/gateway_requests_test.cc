@@ -80,7 +80,11 @@ TEST_F(GatewayRequestsTest, TableHoldsEveryFrontEndCallAndNothingElse) {
     EXPECT_TRUE(exported.count(spec.name)) << spec.name << " is not an exported function";
     EXPECT_FALSE(kExcluded.count(spec.name)) << spec.name << " must not be exposed";
     EXPECT_TRUE(listed.insert(spec.name).second) << spec.name << " twice";
-    EXPECT_NE(std::string(spec.description), "") << spec.name;
+    std::string description = spec.description;
+    EXPECT_TRUE(!description.empty() && description.find('\n') == std::string::npos) << spec.name;
+    std::set<std::string> params;
+    for (const auto& param : spec.params)
+      EXPECT_TRUE(params.insert(param.name).second) << spec.name << "." << param.name;
     EXPECT_NE(spec.handler, nullptr) << spec.name;
   }
   for (const std::string& name : exported)
@@ -188,8 +192,11 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
        R"({"mixer":1,"uri":"file://)" + images + R"(/shot.jpg","width":64,"height":36})", 0},
       {"load_recording_bookmark", R"({"path":")" + bookmark + R"("})", 0},
   };
+  uint64_t refused_before = zolo::gateway::RefusedArguments();
+  int refusals = 0;
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.request) + " " + c.args);
+    refusals += c.code == -3;
     sim_.ClearRequests();
     Outcome outcome = Run(c.request, c.args);
     EXPECT_EQ(outcome.code, c.code) << Print(outcome.data.get());
@@ -198,6 +205,7 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
     }
   }
   EXPECT_EQ(access(sandbox_->Path(images + "/shot.jpg").c_str(), F_OK), 0);
+  EXPECT_EQ(zolo::gateway::RefusedArguments() - refused_before, static_cast<uint64_t>(refusals));
 }
 
 TEST_F(GatewayRequestsTest, LibraryFailureCodesComeBack) {
