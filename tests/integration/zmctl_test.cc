@@ -169,7 +169,7 @@ TEST_F(ZmctlTest, RecordingsBookmarksAndSnapshots) {
   int id = cJSON_GetObjectItem(listed, "id")->valueint;
   EXPECT_EQ(id, sim_.last_recording_id());
   EXPECT_STREQ(cJSON_GetObjectItem(listed, "status")->valuestring, "ready");
-  int videos = cJSON_GetObjectItem(listed, "videos")->valueint;
+  int videos = cJSON_GetArraySize(cJSON_GetObjectItem(listed, "videos"));
   EXPECT_GT(videos, 0);
   cJSON_Delete(list);
 
