@@ -19,16 +19,6 @@ namespace zmctl {
 
 namespace {
 
-std::string LocalTime(uint64_t seconds) {
-  if (seconds == 0) return "-";
-  time_t time = static_cast<time_t>(seconds);
-  struct tm local;
-  localtime_r(&time, &local);
-  char text[32];
-  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-  return text;
-}
-
 // Milliseconds as h:mm:ss.
 std::string Length(uint64_t ms) {
   uint64_t seconds = ms / 1000;
