@@ -6,7 +6,6 @@
 #include <zolo/media.h>
 
 #include <fstream>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,17 +35,21 @@ const std::set<std::string> kExcluded = {"init",
                                          "strerror",
                                          "version"};
 
-// The zm_ functions the shared library exports (without the prefix), from its symbols file.
+// The zm_ functions the shared library exports (without the prefix), from its symbols file:
+// mangled ("_Z12zm_get_state...") or plain ("zm_strerror@Base").
 std::set<std::string> ExportedFunctions() {
   std::ifstream symbols(zolo::test::SourceDir() + "/debian/libzolo-media2.symbols");
   std::set<std::string> names;
-  std::regex mangled(R"(^\s*_Z(\d+)(zm_\w+))"), plain(R"(^\s*(zm_\w+)@)");
-  std::smatch match;
   for (std::string line; std::getline(symbols, line);) {
-    if (std::regex_search(line, match, mangled))
-      names.insert(match[2].str().substr(3, std::stoul(match[1].str()) - 3));
-    else if (std::regex_search(line, match, plain))
-      names.insert(match[1].str().substr(3));
+    size_t start = line.find_first_not_of(' ');
+    if (start == std::string::npos) continue;
+    std::string symbol = line.substr(start, line.find('@') - start);
+    if (symbol.rfind("_Z", 0) == 0) {
+      size_t digits = symbol.find_first_not_of("0123456789", 2);
+      if (digits == 2 || digits == std::string::npos) continue;
+      symbol = symbol.substr(digits, std::stoul(symbol.substr(2, digits - 2)));
+    }
+    if (symbol.rfind("zm_", 0) == 0) names.insert(symbol.substr(3));
   }
   return names;
 }
