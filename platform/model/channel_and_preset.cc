@@ -269,14 +269,6 @@ void CodecParameterPreset::ReadRow(SQLite::Statement& row, int first,
   preset->visible_ = row.getColumn(first + 9).getInt() != 0;
 }
 
-int CodecParameterPreset::CountVisible() {
-  int count = 0;
-  return zolo::model::QueryInt(&count,
-                               "SELECT COUNT(*) FROM codec_parameter_preset WHERE visible = 1") == 0
-             ? count
-             : 0;
-}
-
 int CodecParameterPreset::VisitVisible(
     const std::function<void(const CodecParameterPreset&)>& visit) {
   static const std::string sql = std::string(kPresetColumns) + "WHERE p.visible = 1 ORDER BY p.id";

@@ -356,13 +356,6 @@ int SourceRecord<Kind>::VisitVisible(const std::function<void(const Kind&)>& vis
 }
 
 template <class Kind>
-int SourceRecord<Kind>::CountVisible() {
-  int count = 0;
-  std::string sql = std::string("SELECT COUNT(*) FROM ") + Kind::kTable + " WHERE visible = 1";
-  return zolo::model::QueryInt(&count, sql) == 0 ? count : 0;
-}
-
-template <class Kind>
 int SourceRecord<Kind>::QueryAll(std::vector<Kind*>* out) {
   return QueryMany("1", nullptr, 0, out);
 }

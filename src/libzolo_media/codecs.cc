@@ -16,6 +16,7 @@
 #include "common/json_holder.h"
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
+#include "libzolo_media/visible_listing.h"
 
 namespace {
 
@@ -226,13 +227,10 @@ void AppendPreset(const Preset& preset, std::vector<zm_codec_preset>* out) {
 int zm_get_codec_preset(int id, std::vector<zm_codec_preset>* out) {
   if (out == nullptr) return -3;
   if (id == 0) {
-    // Every visible preset in one pass over the rows; on a failure nothing is appended.
-    size_t before = out->size();
-    out->reserve(before + static_cast<size_t>(Preset::CountVisible()));
-    if (Preset::VisitVisible([out](const Preset& preset) { AppendPreset(preset, out); }) == 0)
-      return 0;
-    out->resize(before);
-    return -5;
+    static std::atomic<size_t> last_size{0};
+    return zolo::AppendVisible(out, &last_size, [out] {
+      return Preset::VisitVisible([out](const Preset& preset) { AppendPreset(preset, out); });
+    });
   }
   Preset* found = nullptr;
   if (Preset::QueryById(id, &found) != 0 || found == nullptr) {

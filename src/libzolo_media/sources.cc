@@ -16,6 +16,7 @@
 #include "common/log.h"
 #include "libzolo_media/media_call.h"
 #include "libzolo_media/source_naming.h"
+#include "libzolo_media/visible_listing.h"
 
 namespace {
 
@@ -91,14 +92,11 @@ template <class Kind>
 int GetSources(int id, std::vector<zm_source>* out) {
   if (out == nullptr) return -3;
   if (id == 0) {
-    // Every visible source in one pass over the rows; on a failure nothing is appended.
-    size_t before = out->size();
-    out->reserve(before + static_cast<size_t>(Kind::CountVisible()));
-    if (Kind::VisitVisible([out](const Kind& source) { zm_convert_source_data(&source, out); }) ==
-        0)
-      return 0;
-    out->resize(before);
-    return -5;
+    static std::atomic<size_t> last_size{0};
+    return zolo::AppendVisible(out, &last_size, [out] {
+      return Kind::VisitVisible(
+          [out](const Kind& source) { zm_convert_source_data(&source, out); });
+    });
   }
   Kind* source = nullptr;
   if (Kind::QueryById(id, &source) < 0 || source == nullptr) {

@@ -6,7 +6,6 @@
 #include <zolo/media.h>
 
 #include <fstream>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -36,17 +35,21 @@ const std::set<std::string> kExcluded = {"init",
                                          "strerror",
                                          "version"};
 
-// The zm_ functions the shared library exports (without the prefix), from its symbols file.
+// The zm_ functions the shared library exports (without the prefix), from its symbols file:
+// mangled ("_Z12zm_get_state...") or plain ("zm_strerror@Base").
 std::set<std::string> ExportedFunctions() {
   std::ifstream symbols(zolo::test::SourceDir() + "/debian/libzolo-media2.symbols");
   std::set<std::string> names;
-  std::regex mangled(R"(^\s*_Z(\d+)(zm_\w+))"), plain(R"(^\s*(zm_\w+)@)");
-  std::smatch match;
   for (std::string line; std::getline(symbols, line);) {
-    if (std::regex_search(line, match, mangled))
-      names.insert(match[2].str().substr(3, std::stoul(match[1].str()) - 3));
-    else if (std::regex_search(line, match, plain))
-      names.insert(match[1].str().substr(3));
+    size_t start = line.find_first_not_of(' ');
+    if (start == std::string::npos) continue;
+    std::string symbol = line.substr(start, line.find('@') - start);
+    if (symbol.rfind("_Z", 0) == 0) {
+      size_t digits = symbol.find_first_not_of("0123456789", 2);
+      if (digits == 2 || digits == std::string::npos) continue;
+      symbol = symbol.substr(digits, std::stoul(symbol.substr(2, digits - 2)));
+    }
+    if (symbol.rfind("zm_", 0) == 0) names.insert(symbol.substr(3));
   }
   return names;
 }
@@ -80,7 +83,11 @@ TEST_F(GatewayRequestsTest, TableHoldsEveryFrontEndCallAndNothingElse) {
     EXPECT_TRUE(exported.count(spec.name)) << spec.name << " is not an exported function";
     EXPECT_FALSE(kExcluded.count(spec.name)) << spec.name << " must not be exposed";
     EXPECT_TRUE(listed.insert(spec.name).second) << spec.name << " twice";
-    EXPECT_NE(std::string(spec.description), "") << spec.name;
+    std::string description = spec.description;
+    EXPECT_TRUE(!description.empty() && description.find('\n') == std::string::npos) << spec.name;
+    std::set<std::string> params;
+    for (const auto& param : spec.params)
+      EXPECT_TRUE(params.insert(param.name).second) << spec.name << "." << param.name;
     EXPECT_NE(spec.handler, nullptr) << spec.name;
   }
   for (const std::string& name : exported)
@@ -188,8 +195,11 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
        R"({"mixer":1,"uri":"file://)" + images + R"(/shot.jpg","width":64,"height":36})", 0},
       {"load_recording_bookmark", R"({"path":")" + bookmark + R"("})", 0},
   };
+  uint64_t refused_before = zolo::gateway::RefusedArguments();
+  int refusals = 0;
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.request) + " " + c.args);
+    refusals += c.code == -3;
     sim_.ClearRequests();
     Outcome outcome = Run(c.request, c.args);
     EXPECT_EQ(outcome.code, c.code) << Print(outcome.data.get());
@@ -198,6 +208,7 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
     }
   }
   EXPECT_EQ(access(sandbox_->Path(images + "/shot.jpg").c_str(), F_OK), 0);
+  EXPECT_EQ(zolo::gateway::RefusedArguments() - refused_before, static_cast<uint64_t>(refusals));
 }
 
 TEST_F(GatewayRequestsTest, LibraryFailureCodesComeBack) {

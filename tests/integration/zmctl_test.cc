@@ -128,6 +128,30 @@ TEST_F(ZmctlTest, RefusedCallsPrintTheCodeAndFail) {
   EXPECT_NE(Run("record start --file =x").status, 0);
   EXPECT_EQ(Run("--help").status, 0);
   EXPECT_EQ(Run("stream --help").status, 0);
+  Result codec = Run("codec list --name NOPE");
+  EXPECT_EQ(codec.status, 1);
+  EXPECT_NE(codec.out.find("-5"), std::string::npos) << codec.out;
+  // A change of several settings that fails part-way says what was and was not applied.
+  Result partial = Run("audio set-input xlr-in1 --volume 5 --gain -200");
+  EXPECT_EQ(partial.status, 1);
+  EXPECT_NE(partial.out.find("applied: zm_set_audio_input; not applied: zm_set_audio_input_gain"),
+            std::string::npos)
+      << partial.out;
+}
+
+// Live status tables give local times and fill type and channel from the configuration.
+TEST_F(ZmctlTest, LiveStatusFillsEveryColumn) {
+  ASSERT_EQ(Run("record start").status, 0);
+  for (const char* command : {"status", "record stop"}) {
+    Result table = Run(command);
+    ASSERT_EQ(table.status, 0) << table.out;
+    size_t line = table.out.find("\nmovie1 ");
+    ASSERT_NE(line, std::string::npos) << table.out;
+    std::string row = table.out.substr(line + 1, table.out.find('\n', line + 1) - line - 1);
+    EXPECT_NE(row.find(" file "), std::string::npos) << command << ": " << row;
+    EXPECT_NE(row.find(" Movie "), std::string::npos) << command << ": " << row;
+    EXPECT_NE(row.find(":"), std::string::npos) << command << ": " << row;  // a local time
+  }
 }
 
 // Usage errors exit 2 with the help of the command reached; --version names both versions;
@@ -139,7 +163,14 @@ TEST_F(ZmctlTest, UsageErrorsVersionAndCompletion) {
   } usage[] = {{"", "Subcommands:"},
                {"no-such-command", "Subcommands:"},
                {"stream", "set-destination"},
-               {"stream list --no-such-option", "--pattern"}};
+               {"stream list --no-such-option", "--pattern"},
+               // Window numbers out of range or not integral name their field.
+               {"layout add 0,0,1,1,0,0,99999999999", "source '99999999999'"},
+               {"layout add 0,0,1,1,1.5,0,1", "z '1.5'"},
+               {"layout add 0,0,1,1,0,nan,1", "crop 'nan'"},
+               {"layout add 0,0,inf,1,0,0,1", "w 'inf'"},
+               {"layout add 0,0,1,1,0,0", "seven numbers"},
+               {"layout set 1 --replace 1:99999999999", "OLD:NEW"}};
   for (const auto& c : usage) {
     Result result = Run(c.arguments);
     EXPECT_EQ(result.status, 2) << c.arguments;
@@ -169,7 +200,7 @@ TEST_F(ZmctlTest, RecordingsBookmarksAndSnapshots) {
   int id = cJSON_GetObjectItem(listed, "id")->valueint;
   EXPECT_EQ(id, sim_.last_recording_id());
   EXPECT_STREQ(cJSON_GetObjectItem(listed, "status")->valuestring, "ready");
-  int videos = cJSON_GetObjectItem(listed, "videos")->valueint;
+  int videos = cJSON_GetArraySize(cJSON_GetObjectItem(listed, "videos"));
   EXPECT_GT(videos, 0);
   cJSON_Delete(list);
 

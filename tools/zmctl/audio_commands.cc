@@ -2,6 +2,7 @@
 #include <zolo/media.h>
 
 #include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
 #include <utility>
@@ -60,7 +61,15 @@ void PrintPorts(const Context& context, bool outputs, const std::vector<zm_audio
 
 using Command = std::pair<std::string, std::function<int()>>;
 
-// Runs the chosen commands in order in one library session; stops at the first failure.
+// The names of commands[from, to), joined by ", "; "nothing" when empty.
+std::string Names(const std::vector<Command>& commands, size_t from, size_t to) {
+  std::string names;
+  for (size_t i = from; i < to; ++i) names += (names.empty() ? "" : ", ") + commands[i].first;
+  return names.empty() ? "nothing" : names;
+}
+
+// Runs the chosen commands in order in one library session; stops at the first failure and
+// says which changes were applied before it and which were not.
 void RunCommands(Context& context, const std::vector<Command>& commands) {
   if (commands.empty()) {
     context.status = Fail("a port change without any setting (see --help)", -3);
@@ -71,10 +80,12 @@ void RunCommands(Context& context, const std::vector<Command>& commands) {
     context.status = Fail("zm_init", session.result());
     return;
   }
-  for (const auto& [what, call] : commands) {
-    int result = call();
+  for (size_t i = 0; i < commands.size(); ++i) {
+    int result = commands[i].second();
     if (result < 0) {
-      context.status = Fail(what, result);
+      context.status = Fail(commands[i].first, result);
+      std::cerr << "zmctl: applied: " << Names(commands, 0, i)
+                << "; not applied: " << Names(commands, i, commands.size()) << '\n';
       return;
     }
   }

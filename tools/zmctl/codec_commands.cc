@@ -72,8 +72,11 @@ void AddCodecCommands(CLI::App& app, Context& context) {
     const CodecArgs& a = *codec_args;
     if (!Run(context, "listing codecs", [&] {
           if (id_option->count() > 0) return zm_get_codec(a.id, &codecs);
-          return zm_get_codec(a.type.empty() ? nullptr : a.type.c_str(),
-                              a.name.empty() ? nullptr : a.name.c_str(), &codecs);
+          if (a.type.empty() && !a.name.empty()) return zm_get_codec(a.name.c_str(), &codecs);
+          int result = zm_get_codec(a.type.empty() ? nullptr : a.type.c_str(),
+                                    a.name.empty() ? nullptr : a.name.c_str(), &codecs);
+          // A name or type that matches nothing is "not found", like a lookup by name.
+          return result == 0 && codecs.empty() && !(a.type.empty() && a.name.empty()) ? -5 : result;
         }))
       return;
     if (context.out().Records(codecs)) return;

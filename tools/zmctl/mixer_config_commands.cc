@@ -2,8 +2,12 @@
 #include <zolo/media.h>
 #include <zolo/sysroot.h>
 
+#include <cerrno>
 #include <chrono>
+#include <climits>
+#include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <sstream>
@@ -43,28 +47,57 @@ void WaitForBackgroundTasks(size_t threads) {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 
-// "x,y,w,h,z,crop,source" into a window; false when it is not seven numbers.
-bool ParseWindow(const std::string& text, zm_video_layout* window) {
+// "x,y,w,h,z,crop,source" into a window. The position and size are finite numbers; z, crop and
+// source are integers in range. The empty answer means success, otherwise it names the field.
+std::string ParseWindow(const std::string& text, zm_video_layout* window) {
+  static constexpr const char* kFields[] = {"x", "y", "w", "h", "z", "crop", "source"};
   double v[7];
-  char tail = 0;
-  if (std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf,%lf,%lf%c", &v[0], &v[1], &v[2], &v[3], &v[4],
-                  &v[5], &v[6], &tail) != 7)
-    return false;
+  size_t start = 0;
+  for (size_t i = 0; i < 7; ++i) {
+    size_t comma = text.find(',', start);
+    if ((i < 6) != (comma != std::string::npos))
+      return "window " + text + ": want seven numbers x,y,w,h,z,crop,source";
+    std::string field = text.substr(start, comma == std::string::npos ? comma : comma - start);
+    start = comma + 1;
+    char* end = nullptr;
+    v[i] = std::strtod(field.c_str(), &end);
+    bool integral = i >= 4;
+    if (field.empty() || *end != '\0' || !std::isfinite(v[i]) ||
+        (integral && (v[i] != std::trunc(v[i]) || v[i] < INT_MIN || v[i] > INT_MAX)))
+      return "window " + text + ": " + kFields[i] + " '" + field + "' is not " +
+             (integral ? "an integer in range" : "a finite number");
+  }
   *window = {static_cast<int>(v[6]), v[2], v[3], v[0], v[1], static_cast<int>(v[4]),
              static_cast<int>(v[5])};
-  return true;
+  return "";
 }
 
-bool ParseWindows(Context& context, const std::vector<std::string>& items, zm_layout* layout) {
-  for (const std::string& item : items) {
-    zm_video_layout window{};
-    if (!ParseWindow(item, &window)) {
-      context.status = Fail("window " + item + " (want x,y,w,h,z,crop,source)", -3);
+// Checks each WINDOW while the command line is parsed, so a bad one is a usage error.
+const CLI::Validator kWindowCheck(
+    [](std::string& text) {
+      zm_video_layout window{};
+      return ParseWindow(text, &window);
+    },
+    "x,y,w,h,z,crop,source");
+
+// "OLD:NEW", two source ids in int range.
+bool ParseReplace(const std::string& text, int* from, int* to) {
+  size_t colon = text.find(':');
+  if (colon == std::string::npos) return false;
+  auto number = [](const std::string& part, int* out) {
+    char* end = nullptr;
+    errno = 0;
+    long value = std::strtol(part.c_str(), &end, 10);
+    if (part.empty() || *end != '\0' || errno != 0 || value < INT_MIN || value > INT_MAX)
       return false;
-    }
-    layout->video_layouts.push_back(window);
-  }
-  return true;
+    *out = static_cast<int>(value);
+    return true;
+  };
+  return number(text.substr(0, colon), from) && number(text.substr(colon + 1), to);
+}
+
+void ParseWindows(const std::vector<std::string>& items, zm_layout* layout) {
+  for (const std::string& item : items) ParseWindow(item, &layout->video_layouts.emplace_back());
 }
 
 void PrintLayouts(const Context& context, const std::vector<zm_layout>& layouts) {
@@ -145,10 +178,10 @@ void AddLayoutCommands(CLI::App& app, Context& context) {
 
   const char* window_help = "Windows as x,y,w,h,z,crop,source (fractions of the picture)";
   auto* add = layout->add_subcommand("add", "Add a custom layout in a free slot");
-  add->add_option("WINDOW", args->windows, window_help)->required();
+  add->add_option("WINDOW", args->windows, window_help)->required()->check(kWindowCheck);
   add->callback([&context, args] {
     zm_layout record{};
-    if (!ParseWindows(context, args->windows, &record)) return;
+    ParseWindows(args->windows, &record);
     size_t threads = 0;
     int id = 0;
     if (Run(context, "zm_add_layout", [&] {
@@ -162,10 +195,16 @@ void AddLayoutCommands(CLI::App& app, Context& context) {
 
   auto* set = layout->add_subcommand("set", "Change a layout's windows or their sources");
   set->add_option("ID", args->id, "Layout id")->required();
-  set->add_option("WINDOW", args->windows, window_help);
+  set->add_option("WINDOW", args->windows, window_help)->check(kWindowCheck);
   set->add_option("--sources", args->sources, "New sources of the first windows, in order")
       ->delimiter(',');
-  set->add_option("--replace", args->replace, "Show source NEW wherever OLD was: OLD:NEW");
+  set->add_option("--replace", args->replace, "Show source NEW wherever OLD was: OLD:NEW")
+      ->check(CLI::Validator(
+          [](std::string& text) {
+            int from = 0, to = 0;
+            return ParseReplace(text, &from, &to) ? "" : "--replace " + text + ": want OLD:NEW";
+          },
+          "OLD:NEW"));
   set->add_flag("--keep-custom", args->keep_custom,
                 "Do not mark the layout custom (only custom layouts may then change)");
   set->add_flag("--quiet", args->quiet, "Do not tell the engine");
@@ -176,14 +215,9 @@ void AddLayoutCommands(CLI::App& app, Context& context) {
       return;
     }
     zm_layout record{};
-    if (!ParseWindows(context, args->windows, &record)) return;
+    ParseWindows(args->windows, &record);
     int from = 0, to = 0;
-    char tail = 0;
-    if (!args->replace.empty() &&
-        std::sscanf(args->replace.c_str(), "%d:%d%c", &from, &to, &tail) != 2) {
-      context.status = Fail("--replace " + args->replace + " (want OLD:NEW)", -3);
-      return;
-    }
+    if (!args->replace.empty()) ParseReplace(args->replace, &from, &to);
     bool custom = !args->keep_custom, notify = !args->quiet;
     if (Run(context, "zm_set_layout", [&] {
           size_t threads = ThreadCount();

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <iterator>
 
@@ -101,6 +102,16 @@ std::string HumanSize(uint64_t bytes) {
   }
   char text[32];
   std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, kUnits[unit]);
+  return text;
+}
+
+std::string LocalTime(int64_t seconds) {
+  if (seconds <= 0) return "-";
+  time_t time = static_cast<time_t>(seconds);
+  struct tm local;
+  if (localtime_r(&time, &local) == nullptr) return "-";
+  char text[32];
+  strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
   return text;
 }
 

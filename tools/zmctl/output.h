@@ -40,6 +40,8 @@ class Output {
 
 // Bytes in binary units with one decimal ("1.9 GiB"; plain bytes below 1 KiB).
 std::string HumanSize(uint64_t bytes);
+// Seconds since the epoch as local "YYYY-MM-DD HH:MM:SS"; "-" for 0 or less (no time).
+std::string LocalTime(int64_t seconds);
 // Prints "zmctl: <what> failed: <code> (<meaning>)" to stderr and returns exit status 1.
 int Fail(const std::string& what, int code);
 

@@ -1,6 +1,7 @@
 // stream, record, status: the engine's outputs, recording control and live status.
 #include <zolo/media.h>
 
+#include <cstdio>
 #include <map>
 #include <memory>
 #include <string>
@@ -35,12 +36,29 @@ void PrintStreams(const Context& context, const std::vector<zm_stream>& streams)
       {"id", "name", "type", "channel", "preset", "enabled", "suspended", "destination"}, rows);
 }
 
+// The engine's live answers name a stream but not always its type or channel: fill those from
+// the configured stream of the same name. Runs inside the library session.
+void CompleteFromConfiguration(std::vector<zm_stream>* live) {
+  std::vector<zm_stream> configured;
+  if (zm_get_stream_by_pattern("%", &configured) != 0) return;
+  std::map<std::string, const zm_stream*> by_name;
+  for (const auto& s : configured) by_name.emplace(s.name, &s);
+  for (auto& s : *live) {
+    auto found = by_name.find(s.name);
+    if (found == by_name.end()) continue;
+    if (s.type[0] == '\0') std::snprintf(s.type, sizeof s.type, "%s", found->second->type);
+    if (s.channel_name[0] == '\0')
+      std::snprintf(s.channel_name, sizeof s.channel_name, "%s", found->second->channel_name);
+  }
+}
+
+// Start and stop as local times in tables; JSON has the whole records.
 void PrintLive(const Context& context, const std::vector<zm_stream>& streams) {
   if (context.out().Records(streams)) return;
   std::vector<Row> rows;
   for (const auto& s : streams)
-    rows.push_back({s.name, s.type, s.channel_name, std::to_string(s.start_time),
-                    std::to_string(s.stop_time), std::to_string(s.duration), s.destination});
+    rows.push_back({s.name, s.type, s.channel_name, LocalTime(s.start_time), LocalTime(s.stop_time),
+                    std::to_string(s.duration), s.destination});
   context.out().Table({"name", "type", "channel", "start", "stop", "duration", "destination"},
                       rows);
 }
@@ -88,7 +106,10 @@ void AddStreamCommands(CLI::App& app, Context& context) {
     }
     std::vector<zm_stream> started;
     if (Run(context, "zm_start_stream", [&] {
-          return zm_start_stream(&started, record_args->persist, names.empty() ? nullptr : &names);
+          int result =
+              zm_start_stream(&started, record_args->persist, names.empty() ? nullptr : &names);
+          CompleteFromConfiguration(&started);
+          return result;
         }))
       PrintLive(context, started);
   });
@@ -103,8 +124,11 @@ void AddStreamCommands(CLI::App& app, Context& context) {
   record->add_subcommand("stop", "Stop recording")->callback([&context] {
     std::vector<zm_stream> stopped;
     unsigned recording = 0;
-    if (!Run(context, "zm_stop_stream",
-             [&] { return zm_stop_stream(&stopped, &recording, false); }))
+    if (!Run(context, "zm_stop_stream", [&] {
+          int result = zm_stop_stream(&stopped, &recording, false);
+          CompleteFromConfiguration(&stopped);
+          return result;
+        }))
       return;
     PrintLive(context, stopped);
     context.out().Record({{"recording", std::to_string(recording)}});
@@ -112,7 +136,11 @@ void AddStreamCommands(CLI::App& app, Context& context) {
 
   app.add_subcommand("status", "Live status of the running streams")->callback([&context] {
     std::vector<zm_stream> live;
-    if (Run(context, "zm_get_streaming_status", [&] { return zm_get_streaming_status(&live); }))
+    if (Run(context, "zm_get_streaming_status", [&] {
+          int result = zm_get_streaming_status(&live);
+          CompleteFromConfiguration(&live);
+          return result;
+        }))
       PrintLive(context, live);
   });
 
@@ -194,8 +222,10 @@ void AddStreamCommands(CLI::App& app, Context& context) {
     command->callback([&context, flags, stop] {
       std::vector<zm_stream> streams;
       if (Run(context, stop ? "zm_stop_network_streams" : "zm_start_network_streams", [&] {
-            return stop ? zm_stop_network_streams(flags->name.c_str(), &streams)
-                        : zm_start_network_streams(flags->name.c_str(), &streams);
+            int result = stop ? zm_stop_network_streams(flags->name.c_str(), &streams)
+                              : zm_start_network_streams(flags->name.c_str(), &streams);
+            CompleteFromConfiguration(&streams);
+            return result;
           }))
         PrintLive(context, streams);
     });

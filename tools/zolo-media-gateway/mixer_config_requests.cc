@@ -65,7 +65,10 @@ Outcome SetAsset(const cJSON* args, const char* member) {
   T record{};
   Outcome refusal;
   if (!RecordArg(args, member, &record, &refusal)) return refusal;
-  if (!AssetAllowed(record)) return Code(-3);
+  if (!AssetAllowed(record)) {
+    LogRefusal(std::string(member) + " names a file outside the asset folders");
+    return Code(-3);
+  }
   return Code(Set(IntArg(args, "id"), record, BoolArg(args, "enable")));
 }
 
@@ -75,7 +78,10 @@ Outcome AddAsset(const cJSON* args, const char* member) {
   T record{};
   Outcome refusal;
   if (!RecordArg(args, member, &record, &refusal)) return refusal;
-  if (!AssetAllowed(record)) return Code(-3);
+  if (!AssetAllowed(record)) {
+    LogRefusal(std::string(member) + " names a file outside the asset folders");
+    return Code(-3);
+  }
   return Value(Add(record), "id");
 }
 

@@ -94,9 +94,12 @@ Outcome SnapshotTime(const cJSON* args, bool create) {
 std::optional<std::string> BookmarkPath(const std::string& path) {
   auto confined = ConfinedPath(path, Opener::kLibrary);
   static const std::string kName = "/bookmark.json";
-  if (!confined || confined->size() < kName.size() ||
-      confined->compare(confined->size() - kName.size(), kName.size(), kName) != 0)
+  if (!confined) return std::nullopt;
+  if (confined->size() < kName.size() ||
+      confined->compare(confined->size() - kName.size(), kName.size(), kName) != 0) {
+    LogRefusal("not a bookmark file: " + path);
     return std::nullopt;
+  }
   return confined;
 }
 

@@ -41,6 +41,9 @@ inline Outcome Value(int result, const char* member) {
   return result < 0 ? Code(result) : WithNumber(0, member, result);
 }
 
+// Logs a refused argument and counts it (RefusedArguments).
+void LogRefusal(const std::string& reason);
+
 // A record argument that did not decode: -3 with {"error": message}.
 Outcome BadArgument(const std::string& message);
 

@@ -22,6 +22,7 @@
 #include <zolo/sysroot.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 
 #include "common/log.h"
@@ -29,6 +30,7 @@
 
 namespace {
 constexpr const char* kLogSource = "gateway-requests";
+std::atomic<uint64_t> g_refused{0};
 }  // namespace
 
 namespace zolo::gateway {
@@ -81,8 +83,17 @@ std::string StringArg(const cJSON* args, const char* name, const std::string& fa
   return cJSON_IsString(item) ? std::string(item->valuestring) : fallback;
 }
 
+uint64_t RefusedArguments() {
+  return g_refused.load();
+}
+
+void LogRefusal(const std::string& reason) {
+  ++g_refused;
+  ZLOG(1, "Refused request argument: %s", reason.c_str());
+}
+
 Outcome BadArgument(const std::string& message) {
-  ZLOG(1, "Refused request argument: %s", message.c_str());
+  LogRefusal(message);
   Outcome outcome{-3, JsonHolder(cJSON_CreateObject())};
   cJSON_AddStringToObject(outcome.data.get(), "error", message.c_str());
   return outcome;
@@ -162,7 +173,7 @@ std::optional<std::string> ConfinedPath(const std::string& path_or_uri, Opener o
     std::string root = Sysroot().empty() ? "" : RealPath(Sysroot());
     if (!real.empty() && (root.empty() || Inside(real, root))) return real.substr(root.size());
   }
-  ZLOG(1, "Refused a path outside the appliance's folders: %s", path_or_uri.c_str());
+  LogRefusal("a path outside the appliance's folders: " + path_or_uri);
   return std::nullopt;
 }
 

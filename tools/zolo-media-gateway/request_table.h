@@ -10,6 +10,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,10 @@ void AddMixerConfigRequests(RequestTable& table);
 void AddMixerLiveRequests(RequestTable& table);
 void AddRecordingRequests(RequestTable& table);
 void AddStorageInfoRequests(RequestTable& table);
+
+// Arguments the handlers refused (record arguments that did not decode, client paths
+// outside the appliance's folders) since start, for the metrics. Each is also logged.
+uint64_t RefusedArguments();
 
 // Argument readers for handlers (the parameter was checked; optional ones give `fallback`).
 int IntArg(const cJSON* args, const char* name, int fallback = 0);

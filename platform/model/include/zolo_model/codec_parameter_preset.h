@@ -30,8 +30,6 @@ class CodecParameterPreset {
   // reused (valid during the call only), with the database locked: `visit` must not call
   // the model. 0; -1.
   static int VisitVisible(const std::function<void(const CodecParameterPreset&)>& visit);
-  // How many presets are visible; 0 when the query fails.
-  static int CountVisible();
   // Inserts `preset` and takes its new id. 0; -3; -2 name taken; -1.
   static int Add(CodecParameterPreset* preset);
   // Stores name, codecs and parameter texts. 0; -3; -5 when it no longer exists; -2; -1.

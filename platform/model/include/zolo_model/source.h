@@ -145,8 +145,6 @@ class SourceRecord : public MediaSource {
   // reused (valid during the call only), with the database locked: `visit` must not call
   // the model. 0; -1.
   static int VisitVisible(const std::function<void(const Kind&)>& visit);
-  // How many sources are visible; 0 when the query fails.
-  static int CountVisible();
   // The sources whose ids are in `ids` (unknown ids are skipped). 0; -3; -1.
   static int QueryByIds(const std::vector<int>& ids, std::vector<Kind*>* out);
   // Inserts `source` and takes its new id. 0; -3 null or unknown type/category; -2 name
