@@ -481,18 +481,26 @@ TEST_F(GatewayTest, ImagesStayInTheirFolders) {
   EXPECT_EQ(Get("/healthz", &body), 200u);
 }
 
-TEST_F(GatewayTest, NonLoopbackWithoutPasswordRefused) {
+TEST_F(GatewayTest, RefusesToStartUnsafelyOrWithoutItsConfiguration) {
   std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-gateway/zolo-media-gateway";
-  gchar* argv[] = {program.data(), const_cast<gchar*>("--address"), const_cast<gchar*>("0.0.0.0"),
-                   nullptr};
-  gchar* error_text = nullptr;
-  gint status = 0;
-  ASSERT_TRUE(g_spawn_sync(nullptr, argv, nullptr, G_SPAWN_DEFAULT, nullptr, nullptr, nullptr,
-                           &error_text, &status, nullptr));
-  EXPECT_TRUE(g_spawn_check_wait_status(status, nullptr) == FALSE);
-  EXPECT_EQ(WEXITSTATUS(status), 2);
-  EXPECT_NE(std::string(error_text).find("without a password"), std::string::npos);
-  g_free(error_text);
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  } cases[] = {{{"--address", "0.0.0.0"}, "without a password"},
+               {{"--config", "/nonexistent/gateway.conf"}, "/nonexistent/gateway.conf"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message);
+    std::vector<gchar*> argv = {program.data()};
+    for (const std::string& arg : c.args) argv.push_back(const_cast<gchar*>(arg.c_str()));
+    argv.push_back(nullptr);
+    gchar* error_text = nullptr;
+    gint status = 0;
+    ASSERT_TRUE(g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
+                             nullptr, &error_text, &status, nullptr));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+    EXPECT_NE(std::string(error_text).find(c.message), std::string::npos) << error_text;
+    g_free(error_text);
+  }
 }
 
 TEST_F(GatewayTest, TlsWithOwnCertificate) {

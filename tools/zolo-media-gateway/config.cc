@@ -22,12 +22,12 @@ std::string Text(GKeyFile* file, const char* group, const char* key, const std::
 
 }  // namespace
 
-bool LoadConfig(const std::string& path, Config* config, std::string* error) {
+bool LoadConfig(const std::string& path, bool system_file, Config* config, std::string* error) {
   std::unique_ptr<GKeyFile, KeyFileDeleter> file(g_key_file_new());
-  std::string real = SysrootPath(path);
+  std::string real = system_file ? SysrootPath(path) : path;
   GError* failure = nullptr;
   if (!g_key_file_load_from_file(file.get(), real.c_str(), G_KEY_FILE_NONE, &failure)) {
-    bool missing = g_error_matches(failure, G_FILE_ERROR, G_FILE_ERROR_NOENT);
+    bool missing = system_file && g_error_matches(failure, G_FILE_ERROR, G_FILE_ERROR_NOENT);
     if (!missing) *error = real + ": " + failure->message;
     g_error_free(failure);
     return missing;

@@ -41,10 +41,11 @@ struct Config {
   int engine_timeout_ms = 5000;
 };
 
-// Reads the [Gateway] and the path settings from the configuration file at `path` (a system
-// path, looked up below the sandbox root). A missing file or group keeps the defaults.
-// False with `error` set when a value is malformed.
-bool LoadConfig(const std::string& path, Config* config, std::string* error);
+// Reads the [Gateway] and the path settings from the configuration file at `path`. The
+// system's own file (`system_file`, looked up below the sandbox root) may be missing: the
+// defaults stay. A file named by the user is taken as given and must exist. False with
+// `error` set when the file cannot be read or a value is malformed.
+bool LoadConfig(const std::string& path, bool system_file, Config* config, std::string* error);
 
 // True when `address` only reaches this machine (127.0.0.0/8, ::1, "localhost").
 bool IsLoopback(const std::string& address);

@@ -39,7 +39,9 @@ int main(int argc, char** argv) {
   Options options;
   const GOptionEntry entries[] = {
       {"config", 'c', 0, G_OPTION_ARG_FILENAME, &options.config,
-       "Configuration file (default /etc/media.conf, below $ZOLO_SYSROOT when set)", "FILE"},
+       "Configuration file, taken as given (default: /etc/media.conf, below $ZOLO_SYSROOT when "
+       "set)",
+       "FILE"},
       {"address", 'a', 0, G_OPTION_ARG_STRING, &options.address,
        "Address to listen on, instead of [Gateway] address", "ADDRESS"},
       {"port", 'p', 0, G_OPTION_ARG_INT, &options.port,
@@ -78,7 +80,8 @@ int main(int argc, char** argv) {
 
   zolo::gateway::Config config;
   std::string problem;
-  if (!zolo::gateway::LoadConfig(options.config != nullptr ? options.config : kDefaultConfig,
+  bool system_file = options.config == nullptr;
+  if (!zolo::gateway::LoadConfig(system_file ? kDefaultConfig : options.config, system_file,
                                  &config, &problem)) {
     std::cerr << "zolo-media-gateway: " << problem << "\n";
     return 2;
