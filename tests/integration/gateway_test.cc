@@ -478,6 +478,17 @@ TEST_F(GatewayTest, ImagesStayInTheirFolders) {
     EXPECT_NE(body, zolo::test::TinyPng());
   }
   EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"path_outside\"}"), 1);
+  // A bookmark still by its recording's id, looked up in the recording database.
+  ASSERT_EQ(zolo::sim::MediaSimulator::GenerateRecordings(1, 1), 0);
+  std::vector<zm_recording> recordings;
+  ASSERT_EQ(zm_get_recording(0, &recordings, 0, 1), 0);
+  ASSERT_EQ(recordings.size(), 1u);
+  std::string still = "/images/bookmarks/" + std::to_string(recordings[0].id);
+  EXPECT_EQ(Get(still + "/bookmark_21500.jpg", &body), 200u);
+  EXPECT_EQ(body.substr(0, 2), "\xff\xd8");
+  EXPECT_EQ(Get(still + "/bookmark_snapshots/bookmark_21500.jpg"), 200u);
+  EXPECT_EQ(Get(still + "/%2e%2e/%2e%2e/%2e%2e/media/secret.png"), 404u);
+  EXPECT_EQ(Get("/images/bookmarks/999999/bookmark_21500.jpg"), 404u);
   EXPECT_EQ(Get("/healthz", &body), 200u);
 }
 

@@ -94,6 +94,7 @@ class Gateway {
   static void OnStatic(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
                        gpointer self);
   void ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name);
+  void ServeBookmarkStill(SoupServerMessage* msg, int recording, const std::string& name);
 
   Config config_;
   GMainContext* context_ = nullptr;
@@ -110,7 +111,7 @@ class Gateway {
   Metrics metrics_;
   uint64_t next_session_ = 1;
   std::map<uint64_t, std::unique_ptr<Session>> sessions_;
-  std::string request_list_;  // get_request_list's response data, built once
+  int lookups_ = 0;  // bookmark still lookups on their way back from a worker
 
   // Signals on their way from the bus thread to the loop.
   std::mutex signals_mutex_;

@@ -8,7 +8,10 @@
 #include <cstring>
 #include <map>
 
+#include <zolo/media.h>
 #include <zolo/sysroot.h>
+
+#include <vector>
 
 #include "common/log.h"
 #include "gateway.h"
@@ -122,8 +125,62 @@ void Gateway::OnImage(SoupServer*, SoupServerMessage* msg, const char*, GHashTab
                                            : ImageFolders().find(rest.substr(1, slash - 1));
   if (folder == ImageFolders().end() || std::strchr(path.c_str(), '\\') != nullptr)
     return Answer(msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
+  std::string name = rest.substr(slash + 1);
+  size_t id_end = name.find('/');
+  if (folder->first == "bookmarks" && id_end != std::string::npos && id_end > 0 &&
+      name.find_first_not_of("0123456789") == id_end)
+    return gateway.ServeBookmarkStill(msg, std::atoi(name.c_str()), name.substr(id_end + 1));
   std::string base = folder->second.empty() ? gateway.config_.recording_folder : folder->second;
-  gateway.ServeFile(msg, SysrootPath(base), rest.substr(slash + 1));
+  gateway.ServeFile(msg, SysrootPath(base), name);
+}
+
+void Gateway::ServeBookmarkStill(SoupServerMessage* msg, int recording, const std::string& name) {
+  // The recording's folder comes from the recording database: looked up on a worker, with
+  // the answer held until then.
+  struct Lookup {
+    Gateway* gateway;
+    SoupServerMessage* msg;
+    int recording;
+    std::string name;
+    std::string folder;
+  };
+  soup_server_message_pause(msg);
+  g_object_ref(msg);
+  ++lookups_;
+  GTask* task = g_task_new(nullptr, nullptr, nullptr, nullptr);
+  g_task_set_task_data(task, new Lookup{this, msg, recording, name, ""},
+                       [](gpointer data) { delete static_cast<Lookup*>(data); });
+  g_task_run_in_thread(task, [](GTask* done, gpointer, gpointer data, GCancellable*) {
+    auto* lookup = static_cast<Lookup*>(data);
+    std::vector<zm_recording> found;
+    if (zm_get_recording(lookup->recording, &found, 0, 1) == 0 && found.size() == 1)
+      lookup->folder = found[0].folder;
+    g_main_context_invoke_full(
+        lookup->gateway->context_, G_PRIORITY_DEFAULT,
+        [](gpointer pending) -> gboolean {
+          auto* answered = static_cast<Lookup*>(g_task_get_task_data(G_TASK(pending)));
+          std::string root = answered->folder.empty() ? "" : SysrootPath(answered->folder);
+          if (!Sysroot().empty() && answered->folder.compare(0, Sysroot().size(), Sysroot()) == 0)
+            root = answered->folder;
+          // A still is named as its bookmark stores it, or by its file name in the stills folder.
+          std::string still = answered->name;
+          struct stat info {};
+          if (!root.empty() && stat((root + "/" + still).c_str(), &info) != 0)
+            still = "bookmark_snapshots/" + still;
+          if (root.empty()) {
+            Answer(answered->msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
+          } else {
+            answered->gateway->ServeFile(answered->msg, root, still);
+          }
+          soup_server_message_unpause(answered->msg);
+          g_object_unref(answered->msg);
+          --answered->gateway->lookups_;
+          g_object_unref(pending);
+          return G_SOURCE_REMOVE;
+        },
+        g_object_ref(done), nullptr);
+  });
+  g_object_unref(task);
 }
 
 void Gateway::OnHealth(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,

@@ -343,7 +343,6 @@ bool Gateway::Start(std::string* error) {
   for (const std::string& name : json::SignalNames())
     if (zm_register_signal(name.c_str(), OnSignal) < 0)
       ZLOG(1, "cannot subscribe to signal %s", name.c_str());
-  request_list_.clear();
   ZLOG(2, "listening on %s port %d%s", config_.address.c_str(), port_,
        config_.tls_certificate.empty() ? "" : " (TLS)");
   return true;
@@ -368,6 +367,7 @@ void Gateway::Stop() {
   if (workers_ != nullptr) g_thread_pool_free(workers_, FALSE, TRUE);
   if (prober_ != nullptr) g_thread_pool_free(prober_, FALSE, TRUE);
   workers_ = prober_ = nullptr;
+  while (lookups_ > 0) g_main_context_iteration(context_, TRUE);
   while (g_main_context_iteration(context_, FALSE)) {
   }
   if (server_ != nullptr) g_object_unref(server_);
