@@ -72,6 +72,11 @@ int main(int argc, char** argv) {
     g_error_free(error);
     return 2;
   }
+  // The option texts are copied where they are used and freed before anything can return.
+  std::string config_file = options.config != nullptr ? options.config : "";
+  std::string address = options.address != nullptr ? options.address : "";
+  g_free(options.config);
+  g_free(options.address);
   if (options.version) {
     std::cout << "zolo-media-gateway " << ZM_VERSION_STRING << " (protocol 1)\n";
     return 0;
@@ -80,16 +85,14 @@ int main(int argc, char** argv) {
 
   zolo::gateway::Config config;
   std::string problem;
-  bool system_file = options.config == nullptr;
-  if (!zolo::gateway::LoadConfig(system_file ? kDefaultConfig : options.config, system_file,
-                                 &config, &problem)) {
+  bool system_file = config_file.empty();
+  if (!zolo::gateway::LoadConfig(system_file ? kDefaultConfig : config_file, system_file, &config,
+                                 &problem)) {
     std::cerr << "zolo-media-gateway: " << problem << "\n";
     return 2;
   }
-  if (options.address != nullptr) config.address = options.address;
+  if (!address.empty()) config.address = address;
   if (options.port >= 0) config.port = options.port;
-  g_free(options.config);
-  g_free(options.address);
   if (!zolo::gateway::IsLoopback(config.address) && config.password_hash.empty()) {
     std::cerr << "zolo-media-gateway: refusing to listen on " << config.address
               << " without a password: set [Gateway] password_hash (see --hash-password) or "
