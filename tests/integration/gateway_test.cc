@@ -498,6 +498,16 @@ TEST_F(GatewayTest, ImagesStayInTheirFolders) {
   EXPECT_EQ(Get(still + "/%2e%2e/%2e%2e/%2e%2e/media/secret.png"), 404u);
   EXPECT_EQ(Get("/images/bookmarks/999999/bookmark_21500.jpg"), 404u);
   EXPECT_EQ(Get("/healthz", &body), 200u);
+  SoupMessage* post = soup_message_new(
+      "POST", ("http://127.0.0.1:" + std::to_string(port_) + "/images/layouts/x.png").c_str());
+  GBytes* upload = g_bytes_new(body.data(), body.size());
+  soup_message_set_request_body_from_bytes(post, "application/octet-stream", upload);
+  GBytes* answer = soup_session_send_and_read(session_, post, nullptr, nullptr);
+  EXPECT_EQ(soup_message_get_status(post), 405u);
+  if (answer != nullptr) g_bytes_unref(answer);
+  g_bytes_unref(upload);
+  g_object_unref(post);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"http_method\"}"), 1);
 }
 
 TEST_F(GatewayTest, RefusesToStartUnsafelyOrWithoutItsConfiguration) {

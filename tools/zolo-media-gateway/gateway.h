@@ -87,6 +87,7 @@ class Gateway {
   // HTTP (http.cc).
   static void OnImage(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
                       gpointer self);
+  static void OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*, gpointer self);
   static void OnHealth(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
                        gpointer self);
   static void OnMetrics(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,

@@ -183,6 +183,18 @@ void Gateway::ServeBookmarkStill(SoupServerMessage* msg, int recording, const st
   g_object_unref(task);
 }
 
+void Gateway::OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
+                      gpointer self) {
+  // Every path is read-only: anything but GET and HEAD is answered before its body is read,
+  // so no client can make the server hold a request body.
+  if (IsGet(msg)) return;
+  Gateway& gateway = *static_cast<Gateway*>(self);
+  gateway.metrics_.Refused("http_method");
+  ZLOG(1, "refused HTTP %s %s", soup_server_message_get_method(msg),
+       g_uri_get_path(soup_server_message_get_uri(msg)));
+  Answer(msg, SOUP_STATUS_METHOD_NOT_ALLOWED, "text/plain", "GET only\n");
+}
+
 void Gateway::OnHealth(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
                        gpointer self) {
   Gateway& gateway = *static_cast<Gateway*>(self);

@@ -299,6 +299,10 @@ bool Gateway::Start(std::string* error) {
     server_ = soup_server_new("server-header", "zolo-media-gateway", nullptr);
   }
   soup_server_add_websocket_handler(server_, "/ws", nullptr, nullptr, OnWebSocket, this, nullptr);
+  // Early handlers run only beside a normal handler of the same path: one for each.
+  for (const char* path :
+       {"/ws", "/images", "/healthz", "/metrics", static_cast<const char*>(nullptr)})
+    soup_server_add_early_handler(server_, path, OnEarly, this, nullptr);
   soup_server_add_handler(server_, "/images", OnImage, this, nullptr);
   soup_server_add_handler(server_, "/healthz", OnHealth, this, nullptr);
   soup_server_add_handler(server_, "/metrics", OnMetrics, this, nullptr);
