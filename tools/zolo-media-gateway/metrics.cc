@@ -2,6 +2,8 @@
 
 #include <sstream>
 
+#include "request_table.h"
+
 namespace zolo::gateway {
 
 void Metrics::Request(const std::string& name, int code, double seconds) {
@@ -50,6 +52,9 @@ std::string Metrics::Text() const {
       << "# TYPE zolo_gateway_refusals_total counter\n";
   for (const auto& [reason, count] : refusals_)
     out << "zolo_gateway_refusals_total{reason=\"" << reason << "\"} " << count << "\n";
+  // Arguments the request handlers refused (records that did not decode, paths outside the
+  // appliance's folders), counted by the handlers themselves.
+  out << "zolo_gateway_refusals_total{reason=\"refused_argument\"} " << RefusedArguments() << "\n";
   return out.str();
 }
 
