@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -173,12 +174,12 @@ long ReceiveAll(const std::vector<int>& fds, int expected, std::vector<gint64>* 
           header = 4;
         }
         if (at + header + length > data.size()) break;
-        std::string frame = data.substr(at + header, length);
+        std::string_view frame(data.data() + at + header, length);
         size_t mark = frame.find("\"name\":\"t");
-        if (mark != std::string::npos) {
+        if (mark != std::string_view::npos) {
           ++counts[i];
           ++total;
-          delays->push_back(now - std::atoll(frame.c_str() + mark + 9));
+          delays->push_back(now - std::strtoll(frame.data() + mark + 9, nullptr, 10));
         }
         at += header + length;
       }
