@@ -8,7 +8,8 @@ repo=$PWD
 
 bash scripts/setup.sh
 cmake -S . -B build >/dev/null
-cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim gen_layout_image >/dev/null
+cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim gen_layout_image \
+    zolo-media-gateway >/dev/null
 
 root=$(mktemp -d /tmp/zolo-demo-XXXXXX)
 mounted=""
@@ -149,6 +150,19 @@ zmctl playback pause
 zmctl playback state
 zmctl playback stop
 zmctl playback state
+step "the gateway: the library over WebSocket, with a password"
+hash=$(echo "demo-password" | build/tools/zolo-media-gateway/zolo-media-gateway --hash-password)
+sed -i "s|^password_hash=.*|$hash|" "$root/etc/media.conf"
+if [ -d www ]; then mkdir -p "$root/usr/share/zolo-media-gateway" && cp -r www "$root/usr/share/zolo-media-gateway/"; fi
+ZOLO_SYSROOT="$root" OVIK_LOG_SYSLOG=0 build/tools/zolo-media-gateway/zolo-media-gateway --port 0 \
+    >"$root/gateway.out" 2>"$root/gateway.log" &
+pids+=($!)
+for _ in $(seq 100); do grep -q "listening" "$root/gateway.out" 2>/dev/null && break; sleep 0.05; done
+port=$(sed -n 's/.* port \([0-9]*\).*/\1/p' "$root/gateway.out")
+echo "gateway on 127.0.0.1:$port (ws://127.0.0.1:$port/ws, http://127.0.0.1:$port/healthz)"
+python3 scripts/gateway_demo_client.py "$port" demo-password "$pip"
+echo "health: $(python3 -c "import urllib.request,sys; print(urllib.request.urlopen('http://127.0.0.1:$port/healthz').read().decode().strip())")"
+python3 -c "import urllib.request; print(''.join(l for l in urllib.request.urlopen('http://127.0.0.1:$port/metrics').read().decode().splitlines(True) if l.startswith('zolo_gateway_requests_total')), end='')"
 step "a refused call: an unknown setting"
 zmctl setting set no_such_setting 1 || echo "(exit status $?)"
 step "the same as JSON, for scripts"

@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds=${1:-120}
-targets=(signal_parse layout_parse engine_reply url config bookmark)
+targets=(signal_parse layout_parse engine_reply url config bookmark gateway_message)
 share=$(( seconds / ${#targets[@]} ))
 [ "$share" -ge 1 ] || share=1
 bash scripts/setup.sh

@@ -30,4 +30,10 @@ completions=$(bash -c 'source /usr/share/bash-completion/completions/zmctl
   COMP_WORDS=(zmctl stream ""); COMP_CWORD=2; _zmctl; echo "${COMPREPLY[*]}"')
 [[ " $completions " == *" list "* ]] || { echo "completion gave: $completions"; exit 1; }
 systemd-analyze verify /lib/systemd/system/zolo-media-sim.service
+systemd-analyze verify /lib/systemd/system/zolo-media-gateway.service
+/usr/bin/zolo-media-gateway --version
+warnings=$(MANWIDTH=80 man --warnings -l /usr/share/man/man8/zolo-media-gateway.8.gz 2>&1 >/dev/null)
+[ -z "$warnings" ] || { echo "gateway man page warnings: $warnings"; exit 1; }
+grep -q '`get_state`' /usr/share/doc/zolo-media-gateway/gateway-protocol.md* ||
+    zgrep -q '`get_state`' /usr/share/doc/zolo-media-gateway/gateway-protocol.md*
 echo "packages built, checked and installed"

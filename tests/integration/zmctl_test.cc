@@ -70,6 +70,12 @@ TEST_F(ZmctlTest, EachFamilyAnswersInJson) {
   cJSON* state = Json("state");
   EXPECT_EQ(cJSON_GetObjectItem(state, "id")->valueint, 1);
   cJSON_Delete(state);
+  // Listings print the record layer's typed records: every member, flags as booleans.
+  cJSON* sources = Json("source list");
+  const cJSON* source = cJSON_GetArrayItem(sources, 0);
+  EXPECT_TRUE(cJSON_IsBool(cJSON_GetObjectItem(source, "available")));
+  EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(source, "audio_delay")));
+  cJSON_Delete(sources);
 }
 
 TEST_F(ZmctlTest, ARecordingFromTheCommandLine) {
@@ -194,7 +200,7 @@ TEST_F(ZmctlTest, RecordingsBookmarksAndSnapshots) {
   int id = cJSON_GetObjectItem(listed, "id")->valueint;
   EXPECT_EQ(id, sim_.last_recording_id());
   EXPECT_STREQ(cJSON_GetObjectItem(listed, "status")->valuestring, "ready");
-  int videos = cJSON_GetObjectItem(listed, "videos")->valueint;
+  int videos = cJSON_GetArraySize(cJSON_GetObjectItem(listed, "videos"));
   EXPECT_GT(videos, 0);
   cJSON_Delete(list);
 

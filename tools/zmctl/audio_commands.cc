@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/audio_json.h"
 
 namespace zmctl {
 
@@ -33,6 +34,7 @@ std::string Number(int value) {
 }
 
 void PrintPorts(const Context& context, bool outputs, const std::vector<zm_audio_info>& ports) {
+  if (context.out().Records(ports)) return;
   std::vector<Row> rows;
   for (const auto& p : ports) {
     if (outputs)

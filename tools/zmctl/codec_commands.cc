@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/codecs_json.h"
 
 namespace zmctl {
 
@@ -48,6 +49,7 @@ void AddPresetOptions(CLI::App* command, PresetArgs* args, bool required) {
 }
 
 void PrintPresets(const Context& context, const std::vector<zm_codec_preset>& presets) {
+  if (context.out().Records(presets)) return;
   std::vector<Row> rows;
   for (const auto& p : presets)
     rows.push_back({std::to_string(p.id), p.name, p.video_codec, p.video_codec_parameter,
@@ -77,6 +79,7 @@ void AddCodecCommands(CLI::App& app, Context& context) {
           return result == 0 && codecs.empty() && !(a.type.empty() && a.name.empty()) ? -5 : result;
         }))
       return;
+    if (context.out().Records(codecs)) return;
     std::vector<Row> rows;
     for (const auto& c : codecs) {
       std::string parameters;

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/mixer_config_json.h"
 
 namespace zmctl {
 
@@ -100,6 +101,7 @@ void ParseWindows(const std::vector<std::string>& items, zm_layout* layout) {
 }
 
 void PrintLayouts(const Context& context, const std::vector<zm_layout>& layouts) {
+  if (context.out().Records(layouts)) return;
   std::vector<Row> rows;
   for (const auto& l : layouts)
     rows.push_back({std::to_string(l.id), l.name, l.group, std::to_string(l.rank),
@@ -108,6 +110,7 @@ void PrintLayouts(const Context& context, const std::vector<zm_layout>& layouts)
 }
 
 void PrintWindows(const Context& context, const zm_layout& layout) {
+  if (context.out().Records(layout.video_layouts)) return;
   std::vector<Row> rows;
   for (size_t i = 0; i < layout.video_layouts.size(); ++i) {
     const zm_video_layout& w = layout.video_layouts[i];
@@ -290,6 +293,7 @@ zm_overlay Overlay(const AssetArgs& a) {
 
 template <class Record>
 void PrintPictures(const Context& context, const std::vector<Record>& list) {
+  if (context.out().Records(list)) return;
   std::vector<Row> rows;
   for (const auto& r : list)
     rows.push_back({std::to_string(r.id), r.name, r.path, r.origin, std::to_string(r.rank)});
@@ -327,6 +331,7 @@ void AddAssetCommands(CLI::App& app, Context& context) {
     if (k == "background") return PrintPictures(context, backgrounds);
     if (k == "foreground" || k == "intermission") return PrintPictures(context, foregrounds);
     if (k == "overlay") {
+      if (context.out().Records(overlays)) return;
       for (const auto& o : overlays) {
         std::string origins, positions;
         for (const auto& n : o.origins) origins += (origins.empty() ? "" : " ") + n;
@@ -338,11 +343,13 @@ void AddAssetCommands(CLI::App& app, Context& context) {
       return context.out().Table({"id", "name", "path", "origins", "positions", "rank"}, rows);
     }
     if (k == "logo") {
+      if (context.out().Records(logos)) return;
       for (const auto& l : logos)
         rows.push_back({std::to_string(l.id), l.name, l.path, Number(l.x), Number(l.y),
                         std::to_string(l.rank)});
       return context.out().Table({"id", "name", "path", "x", "y", "rank"}, rows);
     }
+    if (context.out().Records(systems)) return;
     for (const auto& s : systems)
       rows.push_back({std::to_string(s.id), s.name, s.path, Number(s.x), Number(s.y), s.content,
                       std::to_string(s.rank)});
@@ -432,6 +439,7 @@ void AddThemeCommands(CLI::App& app, Context& context) {
   theme->add_subcommand("list", "List the themes")->callback([&context] {
     std::vector<zm_theme> themes;
     if (!Run(context, "zm_get_theme", [&] { return zm_get_theme(0, &themes); })) return;
+    if (context.out().Records(themes)) return;
     std::vector<Row> rows;
     for (const auto& t : themes)
       rows.push_back({std::to_string(t.id), t.name, std::to_string(t.layout),

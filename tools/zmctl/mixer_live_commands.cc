@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/mixer_live_json.h"
 
 namespace zmctl {
 
@@ -239,6 +240,7 @@ void AddColorCommands(CLI::App& app, Context& context) {
           return zm_get_output_color(args->name.empty() ? nullptr : args->name.c_str(), &colors);
         }))
       return;
+    if (context.out().Records(colors)) return;
     std::vector<Row> rows;
     for (const auto& c : colors)
       rows.push_back({c.name, std::to_string(c.brightness), std::to_string(c.contrast),

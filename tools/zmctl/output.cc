@@ -29,13 +29,6 @@ cJSON* Value(const std::string& text) {
   return cJSON_CreateString(text.c_str());
 }
 
-void PrintJson(cJSON* json) {
-  char* text = cJSON_Print(json);
-  if (text != nullptr) std::printf("%s\n", text);
-  cJSON_free(text);
-  cJSON_Delete(json);
-}
-
 }  // namespace
 
 void Output::Table(const Row& headers, const std::vector<Row>& rows) const {
@@ -47,7 +40,7 @@ void Output::Table(const Row& headers, const std::vector<Row>& rows) const {
         cJSON_AddItemToObject(object, headers[i].c_str(), Value(row[i]));
       cJSON_AddItemToArray(array, object);
     }
-    PrintJson(array);
+    PrintJson(zolo::JsonHolder(array));
     return;
   }
   std::vector<size_t> widths(headers.size());
@@ -74,7 +67,7 @@ void Output::Record(const std::vector<std::pair<std::string, std::string>>& fiel
     cJSON* object = cJSON_CreateObject();
     for (const auto& [name, value] : fields)
       cJSON_AddItemToObject(object, name.c_str(), Value(value));
-    PrintJson(object);
+    PrintJson(zolo::JsonHolder(object));
     return;
   }
   size_t width = 0;
@@ -83,11 +76,17 @@ void Output::Record(const std::vector<std::pair<std::string, std::string>>& fiel
     std::cout << name << ':' << std::string(width - name.size() + 1, ' ') << value << '\n';
 }
 
+void Output::PrintJson(zolo::JsonHolder json) {
+  char* text = cJSON_Print(json.get());
+  if (text != nullptr) std::printf("%s\n", text);
+  cJSON_free(text);
+}
+
 void Output::Message(const std::string& message) const {
   if (json_) {
     cJSON* object = cJSON_CreateObject();
     cJSON_AddStringToObject(object, "result", message.c_str());
-    PrintJson(object);
+    PrintJson(zolo::JsonHolder(object));
     return;
   }
   std::cout << message << '\n';

@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "zolo/media_json/record_json.h"
+
 namespace zmctl {
 
 using Row = std::vector<std::string>;
@@ -21,8 +23,18 @@ class Output {
   void Record(const std::vector<std::pair<std::string, std::string>>& fields) const;
   // A plain message ("ok"); as JSON {"result": message}.
   void Message(const std::string& message) const;
+  // With --json, prints the records as the record layer's JSON array (the same JSON the
+  // gateway sends) and returns true; otherwise prints nothing and returns false, so the
+  // caller prints its table.
+  template <class C>
+  bool Records(const C& records) const {
+    if (!json_) return false;
+    PrintJson(zolo::json::ListToJson(records));
+    return true;
+  }
 
  private:
+  static void PrintJson(zolo::JsonHolder json);
   bool json_;
 };
 

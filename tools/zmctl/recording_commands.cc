@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/recordings_json.h"
 
 namespace zmctl {
 
@@ -57,21 +58,12 @@ std::string Num(uint64_t value) {
 }
 
 void PrintRecordings(const Context& context, const std::vector<zm_recording>& recordings) {
+  if (context.out().Records(recordings)) return;
   std::vector<Row> rows;
-  for (const auto& r : recordings) {
-    if (context.json)
-      rows.push_back({Num(r.id), r.name, Num(r.recorded_at), Num(r.finished_at), Num(r.duration),
-                      r.status, Num(r.videos.size()), r.folder});
-    else
-      rows.push_back({Num(r.id), r.name, LocalTime(r.recorded_at), Length(r.duration), r.status,
-                      r.videos.empty() ? "-" : Num(r.videos.size())});
-  }
-  if (context.json)
-    context.out().Table(
-        {"id", "name", "recorded_at", "finished_at", "duration", "status", "videos", "folder"},
-        rows);
-  else
-    context.out().Table({"id", "name", "recorded", "length", "status", "videos"}, rows);
+  for (const auto& r : recordings)
+    rows.push_back({Num(r.id), r.name, LocalTime(r.recorded_at), Length(r.duration), r.status,
+                    r.videos.empty() ? "-" : Num(r.videos.size())});
+  context.out().Table({"id", "name", "recorded", "length", "status", "videos"}, rows);
 }
 
 // The "bookmark.json" of recording `id` loaded into `*bookmark`. The library's result.
@@ -91,6 +83,7 @@ Row BookmarkRow(const Context& context, const zm_bookmark_item& item) {
 const Row kBookmarkHeaders = {"time", "text", "category", "snapshot", "description"};
 
 void PrintBookmarks(const Context& context, const zm_recording_bookmark& bookmark) {
+  if (context.out().Records(bookmark.items)) return;
   std::vector<Row> rows;
   for (const auto& item : bookmark.items) rows.push_back(BookmarkRow(context, item));
   context.out().Table(kBookmarkHeaders, rows);
@@ -100,43 +93,18 @@ void PrintBookmarks(const Context& context, const zm_recording_bookmark& bookmar
 void ShowRecording(const Context& context, const zm_recording& r,
                    const zm_recording_bookmark& bookmark) {
   if (context.json) {
-    cJSON* object = cJSON_CreateObject();
-    cJSON_AddNumberToObject(object, "id", r.id);
-    cJSON_AddStringToObject(object, "name", r.name.c_str());
-    cJSON_AddStringToObject(object, "folder", r.folder.c_str());
-    cJSON_AddNumberToObject(object, "recorded_at", static_cast<double>(r.recorded_at));
-    cJSON_AddNumberToObject(object, "finished_at", static_cast<double>(r.finished_at));
-    cJSON_AddNumberToObject(object, "duration", static_cast<double>(r.duration));
-    cJSON_AddStringToObject(object, "status", r.status.c_str());
-    cJSON_AddStringToObject(object, "event_id", r.event_id.c_str());
-    cJSON_AddStringToObject(object, "upload_setting", r.upload_setting.c_str());
-    cJSON_AddStringToObject(object, "extra", r.extra.c_str());
-    cJSON* videos = cJSON_AddArrayToObject(object, "videos");
+    // The record with its bookmarks, and each video with the size of its file.
+    zolo::JsonHolder object = zolo::json::ToJson(r);
+    cJSON* video = cJSON_GetObjectItem(object.get(), "videos")->child;
     for (const auto& v : r.videos) {
-      cJSON* video = cJSON_CreateObject();
-      cJSON_AddNumberToObject(video, "id", v.id);
-      cJSON_AddNumberToObject(video, "number", v.number);
-      cJSON_AddStringToObject(video, "path", v.path.c_str());
-      cJSON_AddStringToObject(video, "status", v.status.c_str());
-      cJSON_AddNumberToObject(video, "started_at", static_cast<double>(v.started_at));
-      cJSON_AddNumberToObject(video, "duration", static_cast<double>(v.duration));
       cJSON_AddNumberToObject(video, "size", static_cast<double>(FileBytes(v.path)));
-      cJSON_AddItemToArray(videos, video);
+      video = video->next;
     }
-    cJSON* items = cJSON_AddArrayToObject(object, "bookmarks");
-    for (const auto& b : bookmark.items) {
-      cJSON* item = cJSON_CreateObject();
-      cJSON_AddNumberToObject(item, "time", static_cast<double>(b.time));
-      cJSON_AddStringToObject(item, "text", b.text.c_str());
-      cJSON_AddStringToObject(item, "snapshot", b.snapshot.c_str());
-      cJSON_AddStringToObject(item, "category", b.category.c_str());
-      cJSON_AddStringToObject(item, "description", b.description.c_str());
-      cJSON_AddItemToArray(items, item);
-    }
-    char* text = cJSON_Print(object);
+    cJSON_AddItemToObject(object.get(), "bookmarks",
+                          zolo::json::ListToJson(bookmark.items).release());
+    char* text = cJSON_Print(object.get());
     if (text != nullptr) std::cout << text << '\n';
     cJSON_free(text);
-    cJSON_Delete(object);
     return;
   }
   context.out().Record({{"id", Num(r.id)},
@@ -159,40 +127,22 @@ void ShowRecording(const Context& context, const zm_recording& r,
 }
 
 void PrintSnapshots(const Context& context, const std::vector<zm_snapshot>& snapshots) {
+  if (context.out().Records(snapshots)) return;
   std::vector<Row> rows;
-  for (const auto& s : snapshots) {
-    if (context.json)
-      rows.push_back({Num(s.id), s.folder, s.status, std::to_string(s.recording_id), Num(s.time),
-                      Num(s.created_at), Num(s.width), Num(s.height), Num(s.images.size())});
-    else
-      rows.push_back({Num(s.id), s.folder, s.status,
-                      s.recording_id == 0 ? "-" : std::to_string(s.recording_id),
-                      LocalTime(s.created_at), Num(s.width) + "x" + Num(s.height),
-                      Num(s.images.size())});
-  }
-  if (context.json)
-    context.out().Table(
-        {"id", "folder", "status", "recording", "time", "created_at", "width", "height", "images"},
-        rows);
-  else
-    context.out().Table({"id", "folder", "status", "recording", "created", "size", "images"}, rows);
+  for (const auto& s : snapshots)
+    rows.push_back(
+        {Num(s.id), s.folder, s.status, s.recording_id == 0 ? "-" : std::to_string(s.recording_id),
+         LocalTime(s.created_at), Num(s.width) + "x" + Num(s.height), Num(s.images.size())});
+  context.out().Table({"id", "folder", "status", "recording", "created", "size", "images"}, rows);
 }
 
 void PrintImages(const Context& context, const std::vector<zm_image>& images) {
+  if (context.out().Records(images)) return;
   std::vector<Row> rows;
-  for (const auto& i : images) {
-    if (context.json)
-      rows.push_back({Num(i.id), i.path, i.status, Num(i.width), Num(i.height), Num(i.time),
-                      Num(i.size), i.format});
-    else
-      rows.push_back({Num(i.id), i.path, i.status, Num(i.width) + "x" + Num(i.height),
-                      HumanSize(i.size), i.format});
-  }
-  if (context.json)
-    context.out().Table({"id", "path", "status", "width", "height", "time", "size", "format"},
-                        rows);
-  else
-    context.out().Table({"id", "path", "status", "pixels", "size", "format"}, rows);
+  for (const auto& i : images)
+    rows.push_back({Num(i.id), i.path, i.status, Num(i.width) + "x" + Num(i.height),
+                    HumanSize(i.size), i.format});
+  context.out().Table({"id", "path", "status", "pixels", "size", "format"}, rows);
 }
 
 struct Args {

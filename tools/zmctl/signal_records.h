@@ -7,7 +7,7 @@
 
 namespace zmctl {
 
-// The 39 signal names, in the engine's order.
+// The 39 signal names, in a stable order.
 const std::vector<std::string>& SignalNames();
 
 // The record the library parsed for signal `name`, as `key=value` pairs separated by

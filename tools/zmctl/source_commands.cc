@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/sources_json.h"
 
 namespace zmctl {
 
@@ -41,6 +42,7 @@ std::string Join(const std::vector<int32_t>& ids) {
 }
 
 void PrintSources(const Context& context, const std::vector<zm_source>& sources) {
+  if (context.out().Records(sources)) return;
   std::vector<Row> rows;
   for (const auto& s : sources) {
     std::string input;
@@ -53,6 +55,7 @@ void PrintSources(const Context& context, const std::vector<zm_source>& sources)
 }
 
 void PrintChannels(const Context& context, const std::vector<zm_channel>& channels) {
+  if (context.out().Records(channels)) return;
   std::vector<Row> rows;
   for (const auto& c : channels)
     rows.push_back({std::to_string(c.id), c.name, c.video_source_name, c.audio_source_name,
@@ -142,6 +145,7 @@ void AddSourceCommands(CLI::App& app, Context& context) {
     if (!Run(context, "zm_get_channel_available_user_sources",
              [&] { return zm_get_channel_available_user_sources(args->id, &found); }))
       return;
+    if (context.out().Records(found)) return;
     std::vector<Row> rows;
     for (const auto& l : found)
       rows.push_back({std::to_string(l.channel_id), Join(l.sources), Join(l.user_sources)});

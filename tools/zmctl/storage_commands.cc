@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/storage_info_json.h"
 
 namespace zmctl {
 
@@ -38,6 +39,7 @@ void AddStorageInfoCommand(CLI::App& storage, Context& context) {
       context.status = Fail(*origin ? "zm_get_origin_storage_info" : "zm_get_storage_info", result);
       return;
     }
+    if (context.out().Records(list)) return;
     std::vector<Row> rows;
     for (const auto& s : list) {
       if (context.json)

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "context.h"
+#include "zolo/media_json/streams_json.h"
 
 namespace zmctl {
 
@@ -26,6 +27,7 @@ struct RecordArgs {
 };
 
 void PrintStreams(const Context& context, const std::vector<zm_stream>& streams) {
+  if (context.out().Records(streams)) return;
   std::vector<Row> rows;
   for (const auto& s : streams)
     rows.push_back({std::to_string(s.id), s.name, s.type, s.channel_name, s.codec_preset_name,
@@ -50,14 +52,12 @@ void CompleteFromConfiguration(std::vector<zm_stream>* live) {
   }
 }
 
-// Start and stop as local times in tables; as seconds in JSON.
+// Start and stop as local times in tables; JSON has the whole records.
 void PrintLive(const Context& context, const std::vector<zm_stream>& streams) {
-  auto time = [&context](int seconds) {
-    return context.json ? std::to_string(seconds) : LocalTime(seconds);
-  };
+  if (context.out().Records(streams)) return;
   std::vector<Row> rows;
   for (const auto& s : streams)
-    rows.push_back({s.name, s.type, s.channel_name, time(s.start_time), time(s.stop_time),
+    rows.push_back({s.name, s.type, s.channel_name, LocalTime(s.start_time), LocalTime(s.stop_time),
                     std::to_string(s.duration), s.destination});
   context.out().Table({"name", "type", "channel", "start", "stop", "duration", "destination"},
                       rows);
@@ -243,6 +243,7 @@ void AddStreamCommands(CLI::App& app, Context& context) {
                          : zm_get_stream_metadata(0, &rows);
         }))
       return;
+    if (context.out().Records(rows)) return;
     std::vector<Row> table;
     for (const auto& r : rows) table.push_back({std::to_string(r.key_id), r.key, r.value});
     context.out().Table({"key_id", "key", "value"}, table);

@@ -10,6 +10,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -36,7 +37,7 @@ struct Outcome {
 using Handler = Outcome (*)(const cJSON* args);
 
 struct RequestSpec {
-  const char* name;         // "get_channel"
+  const char* name;  // "get_channel"
   std::vector<Param> params;
   Handler handler;
   const char* description;  // one line, for get_request_list and the protocol document
@@ -59,6 +60,10 @@ void AddMixerConfigRequests(RequestTable& table);
 void AddMixerLiveRequests(RequestTable& table);
 void AddRecordingRequests(RequestTable& table);
 void AddStorageInfoRequests(RequestTable& table);
+
+// Arguments the handlers refused (record arguments that did not decode, client paths
+// outside the appliance's folders) since start, for the metrics. Each is also logged.
+uint64_t RefusedArguments();
 
 // Argument readers for handlers (the parameter was checked; optional ones give `fallback`).
 int IntArg(const cJSON* args, const char* name, int fallback = 0);

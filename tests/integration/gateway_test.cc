@@ -1,0 +1,555 @@
+// The gateway over real WebSocket and HTTP connections, against the simulated engine on a
+// private bus. The server runs in-process on its own thread and main context.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <zolo/media.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <sstream>
+#include <thread>
+
+#include "auth.h"
+#include "engine_fixture.h"
+#include "gateway.h"
+#include "gateway_client.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+// The TLS module GIO loads at run time leaves a dynamic TLS block that the leak checker's
+// thread scan trips over at exit; without intercepting __tls_get_addr it scans cleanly.
+extern "C" const char* __asan_default_options() {
+  return "intercept_tls_get_addr=0";
+}
+#endif
+
+namespace {
+
+using zolo::JsonHolder;
+using zolo::gateway::Config;
+using zolo::gateway::Gateway;
+using zolo::test::ClientFrame;
+using zolo::test::D;
+using zolo::test::GatewayClient;
+using zolo::test::RawClient;
+using zolo::test::RawCloseCode;
+
+const char* Text(const cJSON* object, const char* key) {
+  const cJSON* item = cJSON_GetObjectItem(object, key);
+  return cJSON_IsString(item) ? item->valuestring : "";
+}
+int Number(const cJSON* object, const char* key) {
+  const cJSON* item = cJSON_GetObjectItem(object, key);
+  return cJSON_IsNumber(item) ? item->valueint : -99999;
+}
+const cJSON* Status(const JsonHolder& response) {
+  return cJSON_GetObjectItem(D(response), "requestStatus");
+}
+
+class GatewayTest : public zolo::test::EngineTest {
+ protected:
+  void SetUp() override {
+    EngineTest::SetUp();
+    context_ = g_main_context_new();
+    g_main_context_push_thread_default(context_);
+    session_ = soup_session_new_with_options("max-conns", 200, "max-conns-per-host", 200, nullptr);
+    config_.port = 0;
+    config_.engine_probe_ms = 200;
+    config_.engine_timeout_ms = 600;
+    config_.identify_timeout_ms = 3000;
+  }
+  void TearDown() override {
+    StopGateway();
+    g_object_unref(session_);
+    while (g_main_context_iteration(context_, FALSE)) {
+    }
+    g_main_context_pop_thread_default(context_);
+    g_main_context_unref(context_);
+    EngineTest::TearDown();
+  }
+
+  // Runs a gateway with `config_` on its own thread.
+  void StartGateway() {
+    port_ = server_.Start(config_);
+    ASSERT_GT(port_, 0);
+  }
+  void StopGateway() { server_.Stop(); }
+
+  std::string Url(const char* scheme = "ws") const {
+    return std::string(scheme) + "://127.0.0.1:" + std::to_string(port_) + "/ws";
+  }
+
+  // Reads Hello, answers it (with `password` when the gateway asks for one) and waits for
+  // Identified. True when identified.
+  bool Identify(GatewayClient& client, const std::string& subscriptions = "",
+                const std::string& password = "") {
+    JsonHolder hello = client.NextOp(0);
+    if (hello == nullptr) return false;
+    std::string d = "{\"protocolVersion\":1";
+    const cJSON* auth = cJSON_GetObjectItem(D(hello), "authentication");
+    if (auth != nullptr)
+      d += std::string(",\"authentication\":\"") +
+           zolo::gateway::AuthenticationAnswer(password, Text(auth, "salt"),
+                                               Text(auth, "challenge")) +
+           "\"";
+    if (!subscriptions.empty()) d += ",\"subscriptions\":" + subscriptions;
+    client.Send("{\"op\":1,\"d\":" + d + "}}");
+    JsonHolder identified = client.NextOp(2);
+    return identified != nullptr && Number(D(identified), "negotiatedProtocolVersion") == 1;
+  }
+  std::unique_ptr<GatewayClient> Connected(const std::string& subscriptions = "") {
+    auto client = std::make_unique<GatewayClient>(session_);
+    EXPECT_TRUE(client->Connect(Url()));
+    EXPECT_TRUE(Identify(*client, subscriptions));
+    return client;
+  }
+  JsonHolder Request(GatewayClient& client, const std::string& type, const std::string& data = "{}",
+                     const std::string& id = "r") {
+    client.Send("{\"op\":6,\"d\":{\"requestType\":\"" + type + "\",\"requestId\":\"" + id +
+                "\",\"requestData\":" + data + "}}");
+    return client.NextOp(7);
+  }
+
+  // GET `path`; the status, and the body and ETag when given somewhere to put them.
+  guint Get(const std::string& path, std::string* body = nullptr, std::string* etag = nullptr,
+            const char* if_none_match = nullptr) {
+    std::string url = "http://127.0.0.1:" + std::to_string(port_) + path;
+    SoupMessage* msg = soup_message_new("GET", url.c_str());
+    if (msg == nullptr) return 0;
+    if (if_none_match != nullptr)
+      soup_message_headers_replace(soup_message_get_request_headers(msg), "If-None-Match",
+                                   if_none_match);
+    GBytes* bytes = soup_session_send_and_read(session_, msg, nullptr, nullptr);
+    guint status = soup_message_get_status(msg);
+    if (body != nullptr && bytes != nullptr)
+      body->assign(static_cast<const char*>(g_bytes_get_data(bytes, nullptr)),
+                   g_bytes_get_size(bytes));
+    const char* tag = soup_message_headers_get_one(soup_message_get_response_headers(msg), "ETag");
+    if (etag != nullptr) *etag = tag != nullptr ? tag : "";
+    if (bytes != nullptr) g_bytes_unref(bytes);
+    g_object_unref(msg);
+    return status;
+  }
+  // The value of the metric line that starts with `series` ("name{labels}"), or -1.
+  double Metric(const std::string& series) {
+    std::string text;
+    EXPECT_EQ(Get("/metrics", &text), 200u);
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+      if (line.empty() || line[0] == '#') continue;
+      size_t space = line.rfind(' ');
+      EXPECT_NE(space, std::string::npos) << line;
+      if (line.compare(0, space, series) == 0) return std::stod(line.substr(space + 1));
+    }
+    return -1;
+  }
+
+  Config config_;
+  int port_ = 0;
+  GMainContext* context_ = nullptr;
+  SoupSession* session_ = nullptr;
+  zolo::test::GatewayThread server_;
+};
+
+TEST_F(GatewayTest, PasswordHandshakeAndLockout) {
+  const std::string password = "correct horse";
+  config_.password_hash = zolo::gateway::HashPasswordLine(password);
+  config_.auth_free_failures = 1;
+  config_.auth_delay_ms = 10;
+  config_.auth_lockout_failures = 3;
+  StartGateway();
+  struct Case {
+    const char* name;
+    std::string answer_password;
+    int close_code;  // 0: identified
+  } cases[] = {{"right password", password, 0},
+               {"wrong password", "wrong", 4008},
+               {"empty password", "", 4008},
+               {"wrong again: locked out now", "wrong", 4008}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url()));
+    bool identified = Identify(client, "", c.answer_password);
+    EXPECT_EQ(identified, c.close_code == 0);
+    if (c.close_code != 0) {
+      EXPECT_EQ(client.WaitClosed(), c.close_code);
+    }
+  }
+  GatewayClient locked(session_);
+  ASSERT_TRUE(locked.Connect(Url()));
+  EXPECT_EQ(locked.WaitClosed(), 4014);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"authentication_failed\"}"), 3);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"locked_out\"}"), 1);
+}
+
+TEST_F(GatewayTest, RequestsBatchesAndMetrics) {
+  StartGateway();
+  auto client = Connected();
+  JsonHolder state = Request(*client, "get_state", "{}", "s1");
+  ASSERT_NE(state, nullptr);
+  EXPECT_STREQ(Text(D(state), "requestId"), "s1");
+  EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(Status(state), "result")));
+  EXPECT_EQ(Number(Status(state), "code"), 0);
+
+  JsonHolder list = Request(*client, "get_request_list");
+  ASSERT_NE(list, nullptr);
+  const cJSON* requests =
+      cJSON_GetObjectItem(cJSON_GetObjectItem(D(list), "responseData"), "requests");
+  bool found = false;
+  const cJSON* entry = nullptr;
+  cJSON_ArrayForEach(entry, requests) {
+    if (std::string(Text(entry, "requestType")) != "get_setting") continue;
+    const cJSON* param = cJSON_GetArrayItem(cJSON_GetObjectItem(entry, "params"), 0);
+    found =
+        std::string(Text(param, "name")) == "name" && std::string(Text(param, "type")) == "string";
+  }
+  EXPECT_TRUE(found);
+
+  client->Send(
+      R"({"op":8,"d":{"requestId":"b","haltOnFailure":true,"requests":[)"
+      R"({"requestType":"get_state","requestId":"1"},{"requestType":"get_setting","requestId":"2"},)"
+      R"({"requestType":"get_state","requestId":"3"}]}})");
+  JsonHolder batch = client->NextOp(9);
+  ASSERT_NE(batch, nullptr);
+  const cJSON* results = cJSON_GetObjectItem(D(batch), "results");
+  ASSERT_EQ(cJSON_GetArraySize(results), 3);
+  const int expected[] = {0, -101, -105};
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(Number(cJSON_GetObjectItem(cJSON_GetArrayItem(results, i), "requestStatus"), "code"),
+              expected[i]);
+
+  EXPECT_EQ(Metric("zolo_gateway_clients"), 1);
+  EXPECT_GE(Metric("zolo_gateway_requests_total{request=\"get_state\",code=\"0\"}"), 2);
+  EXPECT_GE(Metric("zolo_gateway_request_duration_seconds_count"), 3);
+}
+
+TEST_F(GatewayTest, RequestErrorsAreNegativeResponses) {
+  StartGateway();
+  auto client = Connected();
+  struct Case {
+    const char* message_d;
+    int code;
+  } cases[] = {
+      {R"({"requestType":"no_such_request","requestId":"x"})", -100},
+      {R"({"requestType":"get_setting","requestId":"x"})", -101},
+      {R"({"requestType":"get_setting","requestId":"x","requestData":{"name":5}})", -102},
+      {R"({"requestType":"get_setting","requestId":"x","requestData":[1]})", -103},
+      {R"({"requestId":"x"})", -106},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message_d);
+    client->Send(std::string("{\"op\":6,\"d\":") + c.message_d + "}");
+    JsonHolder response = client->NextOp(7);
+    ASSERT_NE(response, nullptr);
+    EXPECT_FALSE(cJSON_IsTrue(cJSON_GetObjectItem(Status(response), "result")));
+    EXPECT_EQ(Number(Status(response), "code"), c.code);
+  }
+  EXPECT_FALSE(client->closed());
+}
+
+TEST_F(GatewayTest, MessageErrorsClose) {
+  StartGateway();
+  std::string deep = std::string(40, '[') + std::string(40, ']');
+  std::string large = R"({"op":6,"d":{"requestType":")" + std::string(1100000, 'a') + "\"}}";
+  struct Case {
+    const char* name;
+    bool identify_first;
+    std::string frame;
+    bool binary;
+    int close_code;
+  } cases[] = {
+      {"not JSON", true, "{op:", false, 4000},
+      {"d not an object", true, R"({"op":6,"d":3})", false, 4000},
+      {"binary frame", true, "\x01\x02", true, 4001},
+      {"too large", true, large, false, 4003},
+      {"too deep", true, R"({"op":6,"d":{"a":)" + deep + "}}", false, 4004},
+      {"unknown op", true, R"({"op":42,"d":{}})", false, 4005},
+      {"request before Identify", false, R"({"op":6,"d":{"requestType":"get_state"}})", false,
+       4006},
+      {"second Identify", true, R"({"op":1,"d":{"protocolVersion":1}})", false, 4007},
+      {"bad subscriptions", true, R"({"op":3,"d":{"subscriptions":{"events":["nope"]}}})", false,
+       4015},
+      {"rate too high", true, R"({"op":3,"d":{"subscriptions":{"rates":{"audio_level":61}}}})",
+       false, 4015},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url()));
+    if (c.identify_first) {
+      ASSERT_TRUE(Identify(client));
+    }
+    if (c.binary) {
+      client.SendBinary(c.frame);
+    } else {
+      client.Send(c.frame);
+    }
+    EXPECT_EQ(client.WaitClosed(), c.close_code);
+  }
+  GatewayClient silent(session_);
+  ASSERT_TRUE(silent.Connect(Url()));
+  EXPECT_EQ(silent.WaitClosed(6000), 4013);
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"too_deep\"}"), 1);
+}
+
+TEST_F(GatewayTest, BrowserOriginsAndInFlightLimit) {
+  config_.max_in_flight = 4;
+  StartGateway();
+  std::string own = "http://127.0.0.1:" + std::to_string(port_);
+  struct Case {
+    const char* origin;
+    bool allowed;
+  } cases[] = {{nullptr, true},
+               {own.c_str(), true},
+               {"http://evil.example", false},
+               {"http://127.0.0.1:1", false}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.origin ? c.origin : "no Origin");
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url(), c.origin));
+    if (c.allowed) {
+      EXPECT_TRUE(Identify(client));
+    } else {
+      EXPECT_EQ(client.WaitClosed(), 4017);
+    }
+  }
+  // Requests waiting for a stalled engine count against the client's limit.
+  zolo::sim::Forced slow;
+  slow.delay_ms = 1500;
+  sim_.Force("get_state", slow);
+  auto client = Connected();
+  for (int i = 0; i < 5; ++i) client->Send(R"({"op":6,"d":{"requestType":"get_state"}})");
+  EXPECT_EQ(client->WaitClosed(), 4010);
+  sim_.Unforce("get_state");
+}
+
+TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
+  StartGateway();
+  auto everything = Connected();  // default: no high-volume events
+  auto filtered =
+      Connected(R"({"events":["audio_level","system"],"filters":{"audio_level":["xlr-in1"]}})");
+  auto coalesced = Connected(R"({"events":["audio_level"],"rates":{"audio_level":2}})");
+  auto level = [](const char* name, int value) {
+    return std::string("{\"Name\":\"") + name + "\",\"Level\":" + std::to_string(value) +
+           ",\"Left\":" + std::to_string(value) + ",\"Right\":" + std::to_string(value) + "}";
+  };
+  // The first level goes out at once; the next three fall in one half-second slot, whose
+  // message must carry their peak (90), not the last value (20).
+  for (auto [name, value] :
+       {std::pair{"xlr-in1", 10}, {"xlr-in2", 5}, {"xlr-in1", 90}, {"xlr-in1", 20}})
+    ASSERT_EQ(sim_.Emit("audio_level", level(name, value)), 0);
+  ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
+
+  std::vector<std::string> seen;
+  for (JsonHolder event = filtered->NextOp(5, 2000); event; event = filtered->NextOp(5, 300))
+    seen.push_back(std::string(Text(D(event), "eventType")) + ":" +
+                   Text(cJSON_GetObjectItem(D(event), "eventData"), "name"));
+  EXPECT_EQ(seen, (std::vector<std::string>{"audio_level:xlr-in1", "audio_level:xlr-in1",
+                                            "audio_level:xlr-in1", "media_data_changed:"}));
+
+  JsonHolder only = everything->NextOp(5, 2000);
+  ASSERT_NE(only, nullptr);
+  EXPECT_STREQ(Text(D(only), "eventType"), "media_data_changed");
+
+  std::map<std::string, std::vector<int>> levels;
+  for (JsonHolder event = coalesced->NextOp(5, 2000); event; event = coalesced->NextOp(5, 1000)) {
+    const cJSON* data = cJSON_GetObjectItem(D(event), "eventData");
+    levels[Text(data, "name")].push_back(Number(data, "level"));
+  }
+  EXPECT_EQ(levels["xlr-in1"], (std::vector<int>{10, 90}));
+  EXPECT_EQ(levels["xlr-in2"], (std::vector<int>{5}));
+}
+
+TEST_F(GatewayTest, StalledEngineDelaysNoOtherClient) {
+  StartGateway();
+  auto stalled = Connected();
+  auto other = Connected();
+  zolo::sim::Forced slow;
+  slow.delay_ms = 2500;
+  sim_.Force("get_state", slow);
+  stalled->Send(R"({"op":6,"d":{"requestType":"get_state","requestId":"slow"}})");
+  // While that call waits for the engine, another client's request and an event go through.
+  gint64 asked = g_get_monotonic_time();
+  JsonHolder setting = Request(*other, "get_setting", R"({"name":"no_such_setting"})");
+  ASSERT_NE(setting, nullptr);
+  ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
+  JsonHolder event = other->NextOp(5);
+  ASSERT_NE(event, nullptr);
+  EXPECT_STREQ(Text(D(event), "eventType"), "media_data_changed");
+  std::printf("request and event through in %lld ms while the engine stalls\n",
+              static_cast<long long>((g_get_monotonic_time() - asked) / 1000));
+  for (const std::string& message : stalled->inbox())
+    EXPECT_EQ(message.find("\"op\":7"), std::string::npos) << "answered before the engine did";
+  // The engine watch notices; once the engine answers again, it says so.
+  JsonHolder lost = other->NextOp(5);
+  ASSERT_NE(lost, nullptr);
+  EXPECT_STREQ(Text(D(lost), "eventType"), "engine_lost");
+  std::string health;
+  EXPECT_EQ(Get("/healthz", &health), 503u);
+  EXPECT_NE(health.find("\"engine\":false"), std::string::npos) << health;
+  JsonHolder late = stalled->NextOp(7);
+  ASSERT_NE(late, nullptr);
+  EXPECT_STREQ(Text(D(late), "requestId"), "slow");
+  sim_.Unforce("get_state");
+  JsonHolder restored = other->NextOp(5);
+  ASSERT_NE(restored, nullptr);
+  EXPECT_STREQ(Text(D(restored), "eventType"), "engine_restored");
+}
+
+TEST_F(GatewayTest, InvalidUtf8Closes) {
+  StartGateway();
+  int fd = RawClient(port_);
+  ASSERT_GE(fd, 0);
+  std::string frame = ClientFrame("{\"op\":6,\"d\":{\"requestType\":\"\xff\xfe\"}}");
+  ASSERT_GT(write(fd, frame.data(), frame.size()), 0);
+  int code = RawCloseCode(fd);
+  // The WebSocket layer may refuse it (1007) before the gateway sees it (4002).
+  EXPECT_TRUE(code == 4002 || code == 1007) << code;
+  EXPECT_TRUE(zolo::test::PumpUntil(
+      [&] { return Metric("zolo_gateway_refusals_total{reason=\"invalid_utf8\"}") == 1; }, 3000));
+  close(fd);
+}
+
+TEST_F(GatewayTest, ClientThatNeverReadsIsClosedOthersGetEverything) {
+  StartGateway();
+  auto reader = Connected(R"({"events":["system"]})");
+  int stuck = RawClient(port_, 4096);
+  ASSERT_GE(stuck, 0);
+  zolo::test::PumpUntil([] { return false; }, 300);
+  const int kEvents = 8000;
+  std::string filler(200, 'x');
+  std::thread emitter([&] {
+    for (int i = 0; i < kEvents; ++i)
+      sim_.Emit("media_data_changed", "{\"Type\":1,\"Data\":2,\"Id\":" + std::to_string(i) +
+                                          ",\"Payload\":\"" + filler + "\"}");
+  });
+  int received = 0;
+  zolo::test::PumpUntil(
+      [&] {
+        while (!reader->inbox().empty()) {
+          reader->inbox().pop_front();
+          ++received;
+        }
+        return received >= kEvents;
+      },
+      60000);
+  emitter.join();
+  EXPECT_EQ(received, kEvents);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"slow_consumer\"}"), 1);
+  close(stuck);
+}
+
+TEST_F(GatewayTest, SixtyFourClientsThenRefused) {
+  StartGateway();
+  std::vector<std::unique_ptr<GatewayClient>> clients;
+  for (int i = 0; i < 64; ++i) {
+    clients.push_back(std::make_unique<GatewayClient>(session_));
+    ASSERT_TRUE(clients.back()->Connect(Url()));
+    ASSERT_TRUE(Identify(*clients.back())) << i;
+  }
+  GatewayClient extra(session_);
+  ASSERT_TRUE(extra.Connect(Url()));
+  EXPECT_EQ(extra.WaitClosed(), 4012);
+  ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
+  for (auto& client : clients) EXPECT_NE(client->NextOp(5), nullptr);
+}
+
+TEST_F(GatewayTest, ImagesStayInTheirFolders) {
+  namespace fs = std::filesystem;
+  sandbox_->WriteFile("/var/lib/zolo/media/images/layout/layout_001.png", zolo::test::TinyPng());
+  sandbox_->WriteFile("/var/lib/zolo/media/secret.png", zolo::test::TinyPng());
+  fs::create_symlink(sandbox_->Path("/var/lib/zolo/media/secret.png"),
+                     sandbox_->Path("/var/lib/zolo/media/images/layout/link.png"));
+  config_.www = "/www";
+  sandbox_->WriteFile("/www/index.html", "<html></html>");
+  StartGateway();
+  std::string body, etag;
+  ASSERT_EQ(Get("/images/layouts/layout_001.png", &body, &etag), 200u);
+  EXPECT_EQ(body, zolo::test::TinyPng());
+  EXPECT_EQ(Get("/images/layouts/layout_001.png", nullptr, nullptr, etag.c_str()), 304u);
+  EXPECT_EQ(Get("/", &body), 200u);
+  EXPECT_EQ(body, "<html></html>");
+  for (const char* path : {"/images/layouts/../secret.png", "/images/layouts/%2e%2e/secret.png",
+                           "/images/layouts/%2E%2E%2Fsecret.png", "/images/layouts/link.png",
+                           "/images/layouts/%2Fetc%2Fpasswd", "/images/layouts/..%5Csecret.png",
+                           "/images/nope/layout_001.png", "/images/layouts/",
+                           "/%2e%2e/var/lib/zolo/media/secret.png"}) {
+    SCOPED_TRACE(path);
+    guint status = Get(path, &body);
+    EXPECT_TRUE(status == 404 || status == 400) << status;
+    EXPECT_NE(body, zolo::test::TinyPng());
+  }
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"path_outside\"}"), 1);
+  // A bookmark still by its recording's id, looked up in the recording database.
+  ASSERT_EQ(zolo::sim::MediaSimulator::GenerateRecordings(1, 1), 0);
+  std::vector<zm_recording> recordings;
+  ASSERT_EQ(zm_get_recording(0, &recordings, 0, 1), 0);
+  ASSERT_EQ(recordings.size(), 1u);
+  std::string still = "/images/bookmarks/" + std::to_string(recordings[0].id);
+  EXPECT_EQ(Get(still + "/bookmark_21500.jpg", &body), 200u);
+  EXPECT_EQ(body.substr(0, 2), "\xff\xd8");
+  EXPECT_EQ(Get(still + "/bookmark_snapshots/bookmark_21500.jpg"), 200u);
+  EXPECT_EQ(Get(still + "/%2e%2e/%2e%2e/%2e%2e/media/secret.png"), 404u);
+  EXPECT_EQ(Get("/images/bookmarks/999999/bookmark_21500.jpg"), 404u);
+  EXPECT_EQ(Get("/healthz", &body), 200u);
+  SoupMessage* post = soup_message_new(
+      "POST", ("http://127.0.0.1:" + std::to_string(port_) + "/images/layouts/x.png").c_str());
+  GBytes* upload = g_bytes_new(body.data(), body.size());
+  soup_message_set_request_body_from_bytes(post, "application/octet-stream", upload);
+  GBytes* answer = soup_session_send_and_read(session_, post, nullptr, nullptr);
+  EXPECT_EQ(soup_message_get_status(post), 405u);
+  if (answer != nullptr) g_bytes_unref(answer);
+  g_bytes_unref(upload);
+  g_object_unref(post);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"http_method\"}"), 1);
+}
+
+TEST_F(GatewayTest, RefusesToStartUnsafelyOrWithoutItsConfiguration) {
+  std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-gateway/zolo-media-gateway";
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  } cases[] = {{{"--address", "0.0.0.0"}, "without a password"},
+               {{"--config", "/nonexistent/gateway.conf"}, "/nonexistent/gateway.conf"}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message);
+    std::vector<gchar*> argv = {program.data()};
+    for (const std::string& arg : c.args) argv.push_back(const_cast<gchar*>(arg.c_str()));
+    argv.push_back(nullptr);
+    gchar* error_text = nullptr;
+    gint status = 0;
+    ASSERT_TRUE(g_spawn_sync(nullptr, argv.data(), nullptr, G_SPAWN_DEFAULT, nullptr, nullptr,
+                             nullptr, &error_text, &status, nullptr));
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 2) << status;
+    EXPECT_NE(std::string(error_text).find(c.message), std::string::npos) << error_text;
+    g_free(error_text);
+  }
+}
+
+TEST_F(GatewayTest, TlsWithOwnCertificate) {
+  std::string dir = sandbox_->Path("/etc/gateway");
+  sandbox_->MakeDir("/etc/gateway");
+  std::string command =
+      "openssl req -x509 -newkey rsa:2048 -nodes -days 1 -subj /CN=127.0.0.1 -keyout " + dir +
+      "/key.pem -out " + dir + "/cert.pem >/dev/null 2>&1";
+  ASSERT_EQ(std::system(command.c_str()), 0);
+  config_.tls_certificate = "/etc/gateway/cert.pem";
+  config_.tls_key = "/etc/gateway/key.pem";
+  StartGateway();
+  GatewayClient client(session_);
+  ASSERT_TRUE(client.Connect(Url("wss")));
+  ASSERT_TRUE(Identify(client));
+  JsonHolder state = Request(client, "get_state");
+  ASSERT_NE(state, nullptr);
+  EXPECT_EQ(Number(Status(state), "code"), 0);
+  GatewayClient plain(session_);
+  EXPECT_FALSE(plain.Connect(Url("ws")));
+}
+
+}  // namespace

@@ -1,0 +1,53 @@
+// The gateway's settings: the [Gateway] group of the media configuration file, with the
+// limits the protocol document lists.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace zolo::gateway {
+
+struct Config {
+  std::string address = "127.0.0.1";
+  int port = 4480;
+  std::string password_hash;  // "<salt>:<secret>", empty: no password
+  std::string tls_certificate;
+  std::string tls_key;
+  std::vector<std::string> allowed_origins;  // empty: same origin only
+  std::string www = "/usr/share/zolo-media-gateway/www";
+  std::string database = "/var/lib/zolo/media.db";
+  std::string recording_folder = "/var/lib/zolo/recordings";
+
+  // Limits.
+  size_t max_message_bytes = 1 << 20;
+  int max_depth = 32;
+  size_t max_clients = 64;
+  int max_in_flight = 16;
+  size_t max_batch = 64;
+  size_t max_queue_messages = 256;
+  size_t max_queue_bytes = 4 << 20;
+  int identify_timeout_ms = 10000;
+  int worker_threads = 64;
+  // Failed authentications: this many are free, then each waits twice as long as the last
+  // (from `auth_delay_ms`, at most 4 s); after `auth_lockout_failures` the address is
+  // refused for `auth_lockout_seconds`.
+  int auth_free_failures = 3;
+  int auth_delay_ms = 1000;
+  int auth_lockout_failures = 10;
+  int auth_lockout_seconds = 300;
+  // The engine watch: a state query this often; no answer within `engine_timeout_ms` is
+  // a lost engine.
+  int engine_probe_ms = 2000;
+  int engine_timeout_ms = 5000;
+};
+
+// Reads the [Gateway] and the path settings from the configuration file at `path`. The
+// system's own file (`system_file`, looked up below the sandbox root) may be missing: the
+// defaults stay. A file named by the user is taken as given and must exist. False with
+// `error` set when the file cannot be read or a value is malformed.
+bool LoadConfig(const std::string& path, bool system_file, Config* config, std::string* error);
+
+// True when `address` only reaches this machine (127.0.0.0/8, ::1, "localhost").
+bool IsLoopback(const std::string& address);
+
+}  // namespace zolo::gateway

@@ -1,0 +1,373 @@
+// Connections, the handshake, message dispatch and the per-client outbound queue.
+#include "gateway.h"
+
+#include <sys/socket.h>
+#include <zolo/media.h>
+#include <zolo/media_json/signals_json.h>
+#include <zolo/version.h>
+
+#include <algorithm>
+
+#include "common/log.h"
+#include "session.h"
+
+namespace zolo::gateway {
+namespace {
+
+constexpr const char* kLogSource = "zolo-media-gateway";
+constexpr int kSendBufferBytes = 256 * 1024;
+constexpr guint64 kMaxFrameBytes = 2 << 20;
+constexpr guint kKeepaliveSeconds = 30;
+// Bytes handed to the WebSocket after the socket was last seen writable, before asking again.
+constexpr size_t kSendBudget = 64 * 1024;
+
+struct Timer {
+  void (*fire)(gpointer);
+  gpointer data;
+};
+
+}  // namespace
+
+GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpointer data) {
+  GSource* source = g_timeout_source_new(ms);
+  g_source_set_callback(
+      source,
+      [](gpointer timer) -> gboolean {
+        auto* t = static_cast<Timer*>(timer);
+        t->fire(t->data);
+        return G_SOURCE_REMOVE;
+      },
+      new Timer{fire, data}, [](gpointer timer) { delete static_cast<Timer*>(timer); });
+  g_source_attach(source, context);
+  return source;
+}
+
+void CancelTimer(GSource** slot) {
+  if (*slot == nullptr) return;
+  g_source_destroy(*slot);
+  g_source_unref(*slot);
+  *slot = nullptr;
+}
+
+Gateway::Gateway(const Config& config)
+    : config_(config),
+      failures_(config.auth_free_failures, config.auth_delay_ms, config.auth_lockout_failures,
+                config.auth_lockout_seconds) {}
+
+Gateway::~Gateway() {
+  Stop();
+}
+
+void Gateway::OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
+                          SoupWebsocketConnection* connection, gpointer self) {
+  Gateway& gateway = *static_cast<Gateway*>(self);
+  auto owned = std::make_unique<Session>();
+  Session& session = *owned;
+  session.gateway = &gateway;
+  session.id = gateway.next_session_++;
+  session.connection = SOUP_WEBSOCKET_CONNECTION(g_object_ref(connection));
+  GSocket* socket = soup_server_message_get_socket(msg);
+  session.socket = socket != nullptr ? G_SOCKET(g_object_ref(socket)) : nullptr;
+  const char* host = soup_server_message_get_remote_host(msg);
+  session.address = host != nullptr ? host : "";
+  gateway.sessions_.emplace(session.id, std::move(owned));
+  gateway.metrics_.SetClients(gateway.sessions_.size());
+
+  // A bounded kernel buffer, so that a client that stops reading shows in our own queue.
+  if (session.socket != nullptr)
+    g_socket_set_option(session.socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes, nullptr);
+  soup_websocket_connection_set_max_incoming_payload_size(connection, kMaxFrameBytes);
+  soup_websocket_connection_set_keepalive_interval(connection, kKeepaliveSeconds);
+  g_signal_connect(connection, "message", G_CALLBACK(OnMessage), &session);
+  g_signal_connect(connection, "closed", G_CALLBACK(OnClosed), &session);
+  g_signal_connect(connection, "error", G_CALLBACK(OnError), &session);
+
+  gint64 now = g_get_monotonic_time();
+  if (gateway.sessions_.size() > gateway.config_.max_clients)
+    return gateway.Close(session, close_reason::kTooManyClients);
+  if (!gateway.OriginAllowed(msg)) return gateway.Close(session, close_reason::kOriginNotAllowed);
+  if (gateway.failures_.LockedOut(session.address, now))
+    return gateway.Close(session, close_reason::kLockedOut);
+
+  JsonHolder hello(cJSON_CreateObject());
+  cJSON_AddStringToObject(hello.get(), "serverVersion", ZM_VERSION_STRING);
+  cJSON_AddStringToObject(hello.get(), "libraryVersion", zm_version());
+  cJSON_AddNumberToObject(hello.get(), "protocolVersion", 1);
+  if (!gateway.config_.password_hash.empty()) {
+    session.challenge = RandomBase64(32);
+    cJSON* auth = cJSON_AddObjectToObject(hello.get(), "authentication");
+    cJSON_AddStringToObject(auth, "challenge", session.challenge.c_str());
+    cJSON_AddStringToObject(auth, "salt", SaltOf(gateway.config_.password_hash).c_str());
+  }
+  gateway.Enqueue(session, Message(kHello, std::move(hello)), false);
+  session.identify_timer = StartTimer(
+      gateway.context_, static_cast<guint>(gateway.config_.identify_timeout_ms),
+      [](gpointer data) {
+        Session& late = *static_cast<Session*>(data);
+        CancelTimer(&late.identify_timer);
+        if (!late.identified) late.gateway->Close(late, close_reason::kIdentifyTimeout);
+      },
+      &session);
+}
+
+bool Gateway::OriginAllowed(SoupServerMessage* msg) const {
+  SoupMessageHeaders* headers = soup_server_message_get_request_headers(msg);
+  const char* origin = soup_message_headers_get_one(headers, "Origin");
+  if (origin == nullptr) return true;  // not a browser
+  if (!config_.allowed_origins.empty()) {
+    for (const std::string& allowed : config_.allowed_origins)
+      if (allowed == origin) return true;
+    return false;
+  }
+  const char* host = soup_message_headers_get_one(headers, "Host");
+  if (host == nullptr) return false;
+  std::string same = std::string(config_.tls_certificate.empty() ? "http://" : "https://") + host;
+  return g_ascii_strcasecmp(same.c_str(), origin) == 0;
+}
+
+void Gateway::OnMessage(SoupWebsocketConnection*, gint type, GBytes* message, gpointer data) {
+  Session& session = *static_cast<Session*>(data);
+  if (session.closing) return;
+  if (type != SOUP_WEBSOCKET_DATA_TEXT)
+    return session.gateway->Close(session, close_reason::kBinaryFrame);
+  gsize size = 0;
+  const char* bytes = static_cast<const char*>(g_bytes_get_data(message, &size));
+  session.gateway->HandleMessage(session, bytes, size);
+}
+
+void Gateway::OnError(SoupWebsocketConnection*, GError* error, gpointer data) {
+  Session& session = *static_cast<Session*>(data);
+  if (session.closing) return;
+  // Frames the WebSocket layer refused itself (it closes with the error's code) are
+  // refusals too; other errors are the network's and only logged.
+  if (error->domain != SOUP_WEBSOCKET_ERROR) {
+    ZLOG(2, "client %llu (%s): %s", static_cast<unsigned long long>(session.id),
+         session.address.c_str(), error->message);
+    return;
+  }
+  const char* reason = error->code == SOUP_WEBSOCKET_CLOSE_BAD_DATA
+                           ? close_reason::kInvalidUtf8.name
+                       : error->code == SOUP_WEBSOCKET_CLOSE_TOO_BIG ? close_reason::kTooLarge.name
+                                                                     : "protocol_error";
+  session.closing = true;
+  session.gateway->metrics_.Refused(reason);
+  ZLOG(1, "client %llu (%s): %s: %s", static_cast<unsigned long long>(session.id),
+       session.address.c_str(), reason, error->message);
+}
+
+void Gateway::OnClosed(SoupWebsocketConnection*, gpointer data) {
+  Session& session = *static_cast<Session*>(data);
+  session.gateway->Forget(session);
+}
+
+void Gateway::Close(Session& session, const CloseReason& reason, const std::string& detail) {
+  if (session.closing) return;
+  session.closing = true;
+  metrics_.Refused(reason.name);
+  ZLOG(1, "closing client %llu (%s): %d %s%s%s", static_cast<unsigned long long>(session.id),
+       session.address.c_str(), reason.code, reason.name, detail.empty() ? "" : ": ",
+       detail.c_str());
+  session.queue.clear();
+  session.queue_bytes = 0;
+  if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
+    soup_websocket_connection_close(session.connection, static_cast<gushort>(reason.code),
+                                    reason.name);
+}
+
+void Gateway::Forget(Session& session) {
+  auto it = sessions_.find(session.id);
+  if (it == sessions_.end()) return;
+  std::unique_ptr<Session> owned = std::move(it->second);
+  sessions_.erase(it);
+  metrics_.SetClients(sessions_.size());
+  for (GSource** timer : {&session.identify_timer, &session.answer_timer, &session.coalesce_timer})
+    CancelTimer(timer);
+  if (session.write_watch != nullptr) {
+    g_source_destroy(session.write_watch);
+    g_source_unref(session.write_watch);
+  }
+  g_signal_handlers_disconnect_by_data(session.connection, &session);
+  if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
+    soup_websocket_connection_close(session.connection, SOUP_WEBSOCKET_CLOSE_GOING_AWAY, nullptr);
+  g_object_unref(session.connection);
+  if (session.socket != nullptr) g_object_unref(session.socket);
+}
+
+void Gateway::HandleMessage(Session& session, const char* data, size_t size) {
+  Decoded decoded = DecodeMessage(data, size, Limits{config_.max_message_bytes, config_.max_depth});
+  if (!decoded.ok) return Close(session, decoded.reason);
+  if (session.checking_answer) return Close(session, close_reason::kNotIdentified);
+  switch (decoded.op) {
+    case kIdentify:
+      if (session.identified) return Close(session, close_reason::kAlreadyIdentified);
+      return HandleIdentify(session, std::move(decoded.message), decoded.d);
+    case kReidentify:
+    case kRequest:
+    case kRequestBatch:
+      if (!session.identified) return Close(session, close_reason::kNotIdentified);
+      if (decoded.op == kReidentify) return HandleReidentify(session, decoded.d);
+      return HandleRequest(session, std::move(decoded.message), decoded.d,
+                           decoded.op == kRequestBatch);
+    default:
+      return Close(session, close_reason::kUnknownOp, std::to_string(decoded.op));
+  }
+}
+
+void Gateway::HandleIdentify(Session& session, JsonHolder message, const cJSON* d) {
+  const cJSON* version = cJSON_GetObjectItemCaseSensitive(d, "protocolVersion");
+  if (!cJSON_IsNumber(version) || version->valuedouble != 1)
+    return Close(session, close_reason::kUnsupportedVersion);
+  session.pending_identify = std::move(message);
+  int delay = config_.password_hash.empty()
+                  ? 0
+                  : failures_.DelayMs(session.address, g_get_monotonic_time());
+  if (delay == 0) return FinishIdentify(session);
+  // An address that kept failing waits before its answer is even looked at.
+  session.checking_answer = true;
+  session.answer_timer = StartTimer(
+      context_, static_cast<guint>(delay),
+      [](gpointer data) {
+        Session& waiting = *static_cast<Session*>(data);
+        CancelTimer(&waiting.answer_timer);
+        waiting.checking_answer = false;
+        waiting.gateway->FinishIdentify(waiting);
+      },
+      &session);
+}
+
+void Gateway::FinishIdentify(Session& session) {
+  JsonHolder message = std::move(session.pending_identify);
+  const cJSON* d = cJSON_GetObjectItemCaseSensitive(message.get(), "d");
+  if (!config_.password_hash.empty()) {
+    const cJSON* answer = cJSON_GetObjectItemCaseSensitive(d, "authentication");
+    if (!cJSON_IsString(answer) ||
+        !CheckAnswer(config_.password_hash, session.challenge, answer->valuestring)) {
+      failures_.Failed(session.address, g_get_monotonic_time());
+      return Close(session, close_reason::kAuthenticationFailed);
+    }
+    failures_.Succeeded(session.address);
+  }
+  std::string error;
+  if (!ParseSubscriptions(cJSON_GetObjectItemCaseSensitive(d, "subscriptions"),
+                          &session.subscriptions, &error))
+    return Close(session, close_reason::kInvalidSubscriptions, error);
+  session.identified = true;
+  CancelTimer(&session.identify_timer);
+  JsonHolder identified(cJSON_CreateObject());
+  cJSON_AddNumberToObject(identified.get(), "negotiatedProtocolVersion", 1);
+  Enqueue(session, Message(kIdentified, std::move(identified)), false);
+}
+
+void Gateway::HandleReidentify(Session& session, const cJSON* d) {
+  std::string error;
+  Subscriptions replaced;
+  if (!ParseSubscriptions(cJSON_GetObjectItemCaseSensitive(d, "subscriptions"), &replaced, &error))
+    return Close(session, close_reason::kInvalidSubscriptions, error);
+  session.subscriptions = std::move(replaced);
+  session.coalescer.Clear();
+  JsonHolder identified(cJSON_CreateObject());
+  cJSON_AddNumberToObject(identified.get(), "negotiatedProtocolVersion", 1);
+  Enqueue(session, Message(kIdentified, std::move(identified)), false);
+}
+
+void Gateway::HandleRequest(Session& session, JsonHolder message, const cJSON* d, bool batch) {
+  if (batch) {
+    const cJSON* requests = cJSON_GetObjectItemCaseSensitive(d, "requests");
+    if (!cJSON_IsArray(requests)) return Close(session, close_reason::kInvalidMessage);
+    if (static_cast<size_t>(cJSON_GetArraySize(requests)) > config_.max_batch)
+      return Close(session, close_reason::kBatchTooLong);
+  }
+  if (session.in_flight >= config_.max_in_flight)
+    return Close(session, close_reason::kTooManyInFlight);
+  ++session.in_flight;
+  auto* job =
+      new Job{this, session.id, batch, std::move(message), d, g_get_monotonic_time(), {}, {}};
+  g_thread_pool_push(workers_, job, nullptr);
+}
+
+void Gateway::Enqueue(Session& session, std::string text, bool high_volume) {
+  if (session.closing) return;
+  bool full = session.queue.size() >= config_.max_queue_messages ||
+              session.queue_bytes + text.size() > config_.max_queue_bytes;
+  if (full) {
+    if (high_volume) {
+      metrics_.EventDropped();
+      return;
+    }
+    // Make room by dropping the oldest high-volume event; with none left, the client is
+    // not reading and goes.
+    auto victim = std::find_if(session.queue.begin(), session.queue.end(),
+                               [](const Outgoing& out) { return out.high_volume; });
+    if (victim == session.queue.end()) return Close(session, close_reason::kSlowConsumer);
+    session.queue_bytes -= victim->text.size();
+    session.queue.erase(victim);
+    metrics_.EventDropped();
+  }
+  session.queue_bytes += text.size();
+  session.queue.push_back(Outgoing{std::move(text), high_volume});
+  Flush(session);
+}
+
+void Gateway::Flush(Session& session) {
+  // Hands messages to the WebSocket only while the socket takes them, so what a slow client
+  // has not read stays in our bounded queue rather than in the connection's unbounded one.
+  // The socket is asked once per budget of bytes, not once per message.
+  while (!session.queue.empty() && !session.closing &&
+         soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN) {
+    Outgoing& next = session.queue.front();
+    if (session.socket != nullptr && session.send_budget < next.text.size()) {
+      if (!(g_socket_condition_check(session.socket, G_IO_OUT) & G_IO_OUT)) {
+        if (session.write_watch == nullptr) WatchWritable(session);
+        return;
+      }
+      session.send_budget = std::max(kSendBudget, next.text.size());
+    }
+    soup_websocket_connection_send_text(session.connection, next.text.c_str());
+    session.send_budget -= next.text.size();
+    session.queue_bytes -= next.text.size();
+    session.queue.pop_front();
+  }
+}
+
+void Gateway::WatchWritable(Session& session) {
+  gboolean (*on_writable)(GSocket*, GIOCondition, gpointer) = [](GSocket*, GIOCondition,
+                                                                 gpointer data) -> gboolean {
+    Session& writable = *static_cast<Session*>(data);
+    g_source_unref(writable.write_watch);
+    writable.write_watch = nullptr;
+    writable.gateway->Flush(writable);
+    return G_SOURCE_REMOVE;
+  };
+  session.write_watch = g_socket_create_source(session.socket, G_IO_OUT, nullptr);
+  g_source_set_callback(session.write_watch, G_SOURCE_FUNC(on_writable), &session, nullptr);
+  g_source_attach(session.write_watch, context_);
+}
+
+void Gateway::SendEvent(Session& session, const std::string& signal, const std::string& text,
+                        bool high_volume) {
+  (void)signal;
+  metrics_.EventSent();
+  Enqueue(session, text, high_volume);
+}
+
+void Gateway::ArmCoalescing(Session& session) {
+  if (session.coalesce_timer != nullptr) return;
+  gint64 wait = session.coalescer.NextDue(g_get_monotonic_time());
+  if (wait < 0) return;
+  session.coalesce_timer = StartTimer(
+      context_, static_cast<guint>((wait + 999) / 1000),
+      [](gpointer data) {
+        Session& due = *static_cast<Session*>(data);
+        CancelTimer(&due.coalesce_timer);
+        for (auto& [signal, record] : due.coalescer.TakeDue(g_get_monotonic_time())) {
+          JsonHolder event(cJSON_CreateObject());
+          cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
+          cJSON_AddItemToObject(event.get(), "eventData", record.release());
+          due.gateway->SendEvent(due, signal, Message(kEvent, std::move(event)), true);
+        }
+        due.gateway->ArmCoalescing(due);
+      },
+      &session);
+}
+
+}  // namespace zolo::gateway

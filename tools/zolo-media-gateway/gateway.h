@@ -1,0 +1,127 @@
+// The gateway server: HTTP and WebSocket on the thread-default GLib main context, library
+// calls on a worker pool, engine signals posted to the loop. Everything but the worker jobs
+// and OnSignal runs on the loop thread.
+#pragma once
+
+#include <gio/gio.h>
+#include <libsoup/soup.h>
+
+#include <atomic>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "auth.h"
+#include "common/json_holder.h"
+#include "config.h"
+#include "events.h"
+#include "metrics.h"
+#include "protocol.h"
+
+namespace zolo::gateway {
+
+class Gateway {
+ public:
+  explicit Gateway(const Config& config);
+  ~Gateway();
+  Gateway(const Gateway&) = delete;
+  Gateway& operator=(const Gateway&) = delete;
+
+  // Subscribes to every engine signal and listens. Call on the thread that runs the main
+  // context. False with `error` set when it cannot listen.
+  bool Start(std::string* error);
+  // Closes every connection, stops listening and waits for running library calls.
+  void Stop();
+  // The port listened on (useful with port 0).
+  int port() const { return port_; }
+  const Metrics& metrics() const { return metrics_; }
+
+  // The library's signal callback (any thread); `user_data` is the gateway.
+  static void OnSignal(const char* name, void* data, void* user_data);
+
+ private:
+  struct Session;
+  struct Job;
+  struct Outgoing {
+    std::string text;
+    bool high_volume;
+  };
+
+  // Connections and messages (gateway.cc).
+  static void OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
+                          SoupWebsocketConnection* connection, gpointer self);
+  static void OnMessage(SoupWebsocketConnection*, gint type, GBytes* message, gpointer session);
+  static void OnError(SoupWebsocketConnection*, GError* error, gpointer session);
+  static void OnClosed(SoupWebsocketConnection*, gpointer session);
+  bool OriginAllowed(SoupServerMessage* msg) const;
+  void HandleMessage(Session& session, const char* data, size_t size);
+  void HandleIdentify(Session& session, JsonHolder message, const cJSON* d);
+  void FinishIdentify(Session& session);
+  void HandleReidentify(Session& session, const cJSON* d);
+  void HandleRequest(Session& session, JsonHolder message, const cJSON* d, bool batch);
+  void Close(Session& session, const CloseReason& reason, const std::string& detail = "");
+  void Forget(Session& session);
+
+  // Outbound queues (gateway.cc).
+  void Enqueue(Session& session, std::string text, bool high_volume);
+  void Flush(Session& session);
+  void WatchWritable(Session& session);
+  void ArmCoalescing(Session& session);
+  void SendEvent(Session& session, const std::string& signal, const std::string& text,
+                 bool high_volume);
+
+  // Library calls (worker.cc).
+  static void RunJob(gpointer job, gpointer self);
+  static JsonHolder RunOne(const cJSON* request, int* code, std::string* metric_name);
+  void FinishJob(Job* job);
+  static void RunProbe(gpointer probe, gpointer self);
+  gboolean Probe();
+  void SetEngineUp(bool up, const std::string& reason);
+  void Broadcast(const std::string& signal, JsonHolder data);
+  void DispatchSignals();
+  void SetCork(const std::vector<Session*>& sessions, bool on);
+
+  // HTTP (http.cc).
+  static void OnImage(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
+                      gpointer self);
+  static void OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*, gpointer self);
+  static void OnHealth(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
+                       gpointer self);
+  static void OnMetrics(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
+                        gpointer self);
+  static void OnStatic(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
+                       gpointer self);
+  void ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name);
+  void ServeBookmarkStill(SoupServerMessage* msg, int recording, const std::string& name);
+
+  Config config_;
+  GMainContext* context_ = nullptr;
+  SoupServer* server_ = nullptr;
+  int port_ = 0;
+  GThreadPool* workers_ = nullptr;
+  GThreadPool* prober_ = nullptr;
+  guint probe_source_ = 0;
+  bool probe_outstanding_ = false;
+  gint64 probe_started_ = 0;
+  bool engine_up_ = true;
+  bool database_ok_ = true;
+  FailureTracker failures_;
+  Metrics metrics_;
+  uint64_t next_session_ = 1;
+  std::map<uint64_t, std::unique_ptr<Session>> sessions_;
+  int lookups_ = 0;  // bookmark still lookups on their way back from a worker
+
+  // Signals on their way from the bus thread to the loop.
+  std::mutex signals_mutex_;
+  std::vector<std::pair<std::string, JsonHolder>> signals_;
+  bool signals_wake_ = false;
+  std::atomic<uint64_t> signals_dropped_{0};
+};
+
+// get_request_list's response data: every request with its parameters.
+JsonHolder RequestListData();
+
+}  // namespace zolo::gateway

@@ -1,0 +1,383 @@
+// Library calls on the worker pool, the engine watch, engine signals on their way to the
+// clients, and the server's start and stop.
+#include <zolo/media.h>
+#include <zolo/media_json/signals_json.h>
+#include <zolo/sysroot.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "common/log.h"
+#include "gateway.h"
+#include "session.h"
+
+namespace zolo::gateway {
+namespace {
+
+constexpr const char* kLogSource = "zolo-media-gateway";
+constexpr size_t kMaxPendingSignals = 65536;
+constexpr const char* kListRequest = "get_request_list";
+constexpr size_t kCorkBatch = 4;
+
+// The gateway that receives the library's signal callbacks; cleared before it goes away.
+std::mutex g_active_mutex;
+Gateway* g_active = nullptr;
+
+struct ProbeResult {
+  Gateway* gateway;
+  bool engine_ok;
+  bool database_ok;
+};
+
+// True when the file at `path` starts like an SQLite database.
+bool DatabaseReadable(const std::string& path) {
+  FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return false;
+  char header[16] = {};
+  size_t got = std::fread(header, 1, sizeof header, file);
+  std::fclose(file);
+  return got == sizeof header && std::memcmp(header, "SQLite format 3", 16) == 0;
+}
+
+}  // namespace
+
+void Gateway::SetCork(const std::vector<Session*>& sessions, bool on) {
+  for (Session* session : sessions)
+    if (session->socket != nullptr && !session->closing)
+      g_socket_set_option(session->socket, IPPROTO_TCP, TCP_CORK, on ? 1 : 0, nullptr);
+}
+
+JsonHolder RequestListData() {
+  JsonHolder data(cJSON_CreateObject());
+  cJSON* list = cJSON_AddArrayToObject(data.get(), "requests");
+  auto add = [list](const char* name, const char* description, const std::vector<Param>& params) {
+    cJSON* entry = cJSON_CreateObject();
+    cJSON_AddStringToObject(entry, "requestType", name);
+    cJSON_AddStringToObject(entry, "description", description);
+    cJSON* array = cJSON_AddArrayToObject(entry, "params");
+    for (const Param& param : params) {
+      cJSON* item = cJSON_CreateObject();
+      cJSON_AddStringToObject(item, "name", param.name);
+      cJSON_AddStringToObject(item, "type", ParamTypeName(param.type));
+      cJSON_AddBoolToObject(item, "required", param.required);
+      cJSON_AddItemToArray(array, item);
+    }
+    cJSON_AddItemToArray(list, entry);
+  };
+  add(kListRequest, "Every request with its parameters (answered by the gateway)", {});
+  for (const RequestSpec& spec : Requests()) add(spec.name, spec.description, spec.params);
+  return data;
+}
+
+JsonHolder Gateway::RunOne(const cJSON* request, int* code, std::string* metric_name) {
+  std::string type = RequestType(request);
+  std::string id = RequestId(request);
+  *metric_name = "unknown";
+  if (type == kListRequest) {
+    *metric_name = type;
+    *code = 0;
+    return ResponseData(type, id, 0, "success", RequestListData());
+  }
+  const RequestSpec* spec = nullptr;
+  std::string comment;
+  *code = CheckRequest(request, &spec, &comment);
+  if (spec != nullptr) *metric_name = spec->name;
+  if (*code != 0) return ResponseData(type, id, *code, comment, nullptr);
+  const cJSON* args = cJSON_GetObjectItemCaseSensitive(request, "requestData");
+  JsonHolder empty;
+  if (!cJSON_IsObject(args)) {
+    empty.reset(cJSON_CreateObject());
+    args = empty.get();
+  }
+  Outcome outcome;
+  try {
+    outcome = spec->handler(args);
+  } catch (const std::exception& e) {
+    ZLOG(0, "request %s failed: %s", spec->name, e.what());
+    outcome = Outcome{kHandlerFailed, nullptr};
+  }
+  *code = outcome.code;
+  comment = outcome.code == kHandlerFailed ? "request failed in the gateway"
+            : outcome.code >= 0            ? "success"
+                                           : zm_strerror(outcome.code);
+  return ResponseData(type, id, outcome.code, comment, std::move(outcome.data));
+}
+
+void Gateway::RunJob(gpointer data, gpointer) {
+  auto* job = static_cast<Job*>(data);
+  int code = 0;
+  std::string name;
+  if (!job->batch) {
+    JsonHolder d = RunOne(job->d, &code, &name);
+    job->outcomes.emplace_back(name, code);
+    job->response = Message(kRequestResponse, std::move(d));
+  } else {
+    const cJSON* halt = cJSON_GetObjectItemCaseSensitive(job->d, "haltOnFailure");
+    bool halt_on_failure = cJSON_IsTrue(halt);
+    bool failed = false;
+    JsonHolder d(cJSON_CreateObject());
+    cJSON_AddStringToObject(d.get(), "requestId", RequestId(job->d).c_str());
+    cJSON* results = cJSON_AddArrayToObject(d.get(), "results");
+    const cJSON* request = nullptr;
+    cJSON_ArrayForEach(request, cJSON_GetObjectItemCaseSensitive(job->d, "requests")) {
+      JsonHolder result;
+      if (failed && halt_on_failure) {
+        result = ResponseData(RequestType(request), RequestId(request), kNotRun,
+                              "not run: an earlier request of the batch failed", nullptr);
+        code = kNotRun;
+        name = "unknown";
+      } else {
+        result = RunOne(request, &code, &name);
+        failed = failed || code < 0;
+      }
+      job->outcomes.emplace_back(name, code);
+      cJSON_AddItemToArray(results, result.release());
+    }
+    job->response = Message(kRequestBatchResponse, std::move(d));
+  }
+  g_main_context_invoke_full(
+      job->gateway->context_, G_PRIORITY_DEFAULT,
+      [](gpointer finished) -> gboolean {
+        auto* done = static_cast<Job*>(finished);
+        done->gateway->FinishJob(done);
+        return G_SOURCE_REMOVE;
+      },
+      job, nullptr);
+}
+
+void Gateway::FinishJob(Job* job) {
+  std::unique_ptr<Job> owned(job);
+  double seconds = static_cast<double>(g_get_monotonic_time() - job->arrived) / G_USEC_PER_SEC;
+  for (const auto& [name, code] : job->outcomes) {
+    if (code == kNotRun) continue;
+    metrics_.Request(name, code, seconds);
+  }
+  auto it = sessions_.find(job->session);
+  if (it == sessions_.end()) return;  // the client left meanwhile
+  --it->second->in_flight;
+  Enqueue(*it->second, std::move(job->response), false);
+}
+
+void Gateway::RunProbe(gpointer data, gpointer) {
+  auto* result = static_cast<ProbeResult*>(data);
+  result->engine_ok = zm_get_state(nullptr) >= 0;
+  result->database_ok = DatabaseReadable(SysrootPath(result->gateway->config_.database));
+  g_main_context_invoke_full(
+      result->gateway->context_, G_PRIORITY_DEFAULT,
+      [](gpointer done) -> gboolean {
+        std::unique_ptr<ProbeResult> probe(static_cast<ProbeResult*>(done));
+        Gateway& gateway = *probe->gateway;
+        gateway.probe_outstanding_ = false;
+        gateway.database_ok_ = probe->database_ok;
+        if (!probe->engine_ok) gateway.metrics_.EngineCallFailed();
+        gateway.SetEngineUp(probe->engine_ok, probe->engine_ok
+                                                  ? "the media engine answers again"
+                                                  : "the media engine does not answer");
+        return G_SOURCE_REMOVE;
+      },
+      result, nullptr);
+}
+
+gboolean Gateway::Probe() {
+  gint64 now = g_get_monotonic_time();
+  if (probe_outstanding_) {
+    // A stalled engine: the query is still waiting for its answer.
+    if (now - probe_started_ > static_cast<gint64>(config_.engine_timeout_ms) * 1000)
+      SetEngineUp(false, "the media engine does not answer");
+    return G_SOURCE_CONTINUE;
+  }
+  probe_outstanding_ = true;
+  probe_started_ = now;
+  g_thread_pool_push(prober_, new ProbeResult{this, false, false}, nullptr);
+  return G_SOURCE_CONTINUE;
+}
+
+void Gateway::SetEngineUp(bool up, const std::string& reason) {
+  if (up == engine_up_) return;
+  engine_up_ = up;
+  ZLOG(up ? 2 : 0, "%s", reason.c_str());
+  JsonHolder data(cJSON_CreateObject());
+  cJSON_AddStringToObject(data.get(), "reason", reason.c_str());
+  Broadcast(up ? "engine_restored" : "engine_lost", std::move(data));
+}
+
+void Gateway::Broadcast(const std::string& signal, JsonHolder data) {
+  JsonHolder event(cJSON_CreateObject());
+  cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
+  cJSON_AddItemToObject(event.get(), "eventData", data.release());
+  std::string text = Message(kEvent, std::move(event));
+  std::vector<Session*> targets;
+  for (auto& [id, session] : sessions_)
+    if (session->identified) targets.push_back(session.get());
+  for (Session* session : targets) SendEvent(*session, signal, text, false);
+}
+
+void Gateway::OnSignal(const char* name, void* data, void*) {
+  if (name == nullptr) return;
+  JsonHolder record = json::SignalToJson(name, data);
+  if (record == nullptr) return;
+  std::lock_guard<std::mutex> active(g_active_mutex);
+  Gateway* gateway = g_active;
+  if (gateway == nullptr) return;
+  std::lock_guard<std::mutex> lock(gateway->signals_mutex_);
+  if (gateway->signals_.size() >= kMaxPendingSignals) {
+    gateway->signals_dropped_++;
+    return;
+  }
+  gateway->signals_.emplace_back(name, std::move(record));
+  if (gateway->signals_wake_) return;
+  gateway->signals_wake_ = true;
+  g_main_context_invoke_full(
+      gateway->context_, G_PRIORITY_DEFAULT,
+      [](gpointer self) -> gboolean {
+        static_cast<Gateway*>(self)->DispatchSignals();
+        return G_SOURCE_REMOVE;
+      },
+      gateway, nullptr);
+}
+
+void Gateway::DispatchSignals() {
+  std::vector<std::pair<std::string, JsonHolder>> batch;
+  {
+    std::lock_guard<std::mutex> lock(signals_mutex_);
+    batch.swap(signals_);
+    signals_wake_ = false;
+  }
+  for (uint64_t lost = signals_dropped_.exchange(0); lost > 0; --lost) metrics_.EventDropped();
+  std::vector<Session*> targets;
+  for (auto& [id, session] : sessions_)
+    if (session->identified && !session->closing) targets.push_back(session.get());
+  // With several events at once, each client's frames leave in as few packets as they fit.
+  bool cork = batch.size() >= kCorkBatch;
+  if (cork) SetCork(targets, true);
+  gint64 now = g_get_monotonic_time();
+  for (auto& [signal, record] : batch) {
+    if (signal == "media_crashed") SetEngineUp(false, "the media engine crashed");
+    bool high_volume = IsHighVolume(signal);
+    std::string text;  // made once, for the first client that takes the event whole
+    for (Session* session : targets) {
+      if (session->closing || !session->subscriptions.Wants(signal, record.get())) continue;
+      auto rate = session->subscriptions.rates.find(signal);
+      if (rate != session->subscriptions.rates.end()) {
+        JsonHolder copy(cJSON_Duplicate(record.get(), true));
+        if (!session->coalescer.Offer(signal, rate->second, &copy, now)) {
+          ArmCoalescing(*session);
+          continue;
+        }
+      }
+      if (text.empty()) {
+        JsonHolder event(cJSON_CreateObject());
+        cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
+        cJSON_AddItemReferenceToObject(event.get(), "eventData", record.get());
+        text = Message(kEvent, std::move(event));
+      }
+      SendEvent(*session, signal, text, high_volume);
+    }
+  }
+  if (cork) SetCork(targets, false);
+}
+
+bool Gateway::Start(std::string* error) {
+  context_ = g_main_context_ref_thread_default();
+  if (!config_.tls_certificate.empty()) {
+    GError* failure = nullptr;
+    GTlsCertificate* certificate =
+        g_tls_certificate_new_from_files(SysrootPath(config_.tls_certificate).c_str(),
+                                         SysrootPath(config_.tls_key).c_str(), &failure);
+    if (certificate == nullptr) {
+      *error = std::string("TLS certificate: ") + failure->message;
+      g_error_free(failure);
+      return false;
+    }
+    server_ = soup_server_new("server-header", "zolo-media-gateway", "tls-certificate", certificate,
+                              nullptr);
+    g_object_unref(certificate);
+  } else {
+    server_ = soup_server_new("server-header", "zolo-media-gateway", nullptr);
+  }
+  soup_server_add_websocket_handler(server_, "/ws", nullptr, nullptr, OnWebSocket, this, nullptr);
+  // Early handlers run only beside a normal handler of the same path: one for each.
+  for (const char* path :
+       {"/ws", "/images", "/healthz", "/metrics", static_cast<const char*>(nullptr)})
+    soup_server_add_early_handler(server_, path, OnEarly, this, nullptr);
+  soup_server_add_handler(server_, "/images", OnImage, this, nullptr);
+  soup_server_add_handler(server_, "/healthz", OnHealth, this, nullptr);
+  soup_server_add_handler(server_, "/metrics", OnMetrics, this, nullptr);
+  soup_server_add_handler(server_, nullptr, OnStatic, this, nullptr);
+
+  GError* failure = nullptr;
+  std::string host = config_.address == "localhost" ? "127.0.0.1" : config_.address;
+  GInetAddress* inet = g_inet_address_new_from_string(host.c_str());
+  if (inet == nullptr) {
+    *error = "not an IP address: " + config_.address;
+    return false;
+  }
+  GSocketAddress* address = g_inet_socket_address_new(inet, static_cast<guint16>(config_.port));
+  g_object_unref(inet);
+  SoupServerListenOptions options = config_.tls_certificate.empty()
+                                        ? static_cast<SoupServerListenOptions>(0)
+                                        : SOUP_SERVER_LISTEN_HTTPS;
+  bool listening = soup_server_listen(server_, address, options, &failure);
+  g_object_unref(address);
+  if (!listening) {
+    *error = std::string("cannot listen: ") + failure->message;
+    g_error_free(failure);
+    return false;
+  }
+  GSList* uris = soup_server_get_uris(server_);
+  if (uris != nullptr) port_ = g_uri_get_port(static_cast<GUri*>(uris->data));
+  g_slist_free_full(uris, reinterpret_cast<GDestroyNotify>(g_uri_unref));
+
+  workers_ = g_thread_pool_new(RunJob, this, config_.worker_threads, FALSE, nullptr);
+  prober_ = g_thread_pool_new(RunProbe, this, 1, FALSE, nullptr);
+  GSource* probe = g_timeout_source_new(static_cast<guint>(config_.engine_probe_ms));
+  g_source_set_callback(
+      probe, [](gpointer self) { return static_cast<Gateway*>(self)->Probe(); }, this, nullptr);
+  probe_source_ = g_source_attach(probe, context_);
+  g_source_unref(probe);
+
+  {
+    std::lock_guard<std::mutex> lock(g_active_mutex);
+    g_active = this;
+  }
+  zm_set_opt(0, 1);
+  for (const std::string& name : json::SignalNames())
+    if (zm_register_signal(name.c_str(), OnSignal) < 0)
+      ZLOG(1, "cannot subscribe to signal %s", name.c_str());
+  ZLOG(2, "listening on %s port %d%s", config_.address.c_str(), port_,
+       config_.tls_certificate.empty() ? "" : " (TLS)");
+  return true;
+}
+
+void Gateway::Stop() {
+  if (context_ == nullptr) return;
+  {
+    std::lock_guard<std::mutex> lock(g_active_mutex);
+    if (g_active == this) g_active = nullptr;
+  }
+  if (probe_source_ != 0) {
+    GSource* probe = g_main_context_find_source_by_id(context_, probe_source_);
+    if (probe != nullptr) g_source_destroy(probe);
+    probe_source_ = 0;
+  }
+  if (server_ != nullptr) soup_server_disconnect(server_);
+  std::vector<Session*> open;
+  for (auto& [id, session] : sessions_) open.push_back(session.get());
+  for (Session* session : open) Forget(*session);
+  // Running library calls finish; their results find no client and are dropped.
+  if (workers_ != nullptr) g_thread_pool_free(workers_, FALSE, TRUE);
+  if (prober_ != nullptr) g_thread_pool_free(prober_, FALSE, TRUE);
+  workers_ = prober_ = nullptr;
+  while (lookups_ > 0) g_main_context_iteration(context_, TRUE);
+  while (g_main_context_iteration(context_, FALSE)) {
+  }
+  if (server_ != nullptr) g_object_unref(server_);
+  server_ = nullptr;
+  g_main_context_unref(context_);
+  context_ = nullptr;
+}
+
+}  // namespace zolo::gateway
