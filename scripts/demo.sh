@@ -161,6 +161,7 @@ for _ in $(seq 100); do grep -q "listening" "$root/gateway.out" 2>/dev/null && b
 port=$(sed -n 's/.* port \([0-9]*\).*/\1/p' "$root/gateway.out")
 echo "gateway on 127.0.0.1:$port (ws://127.0.0.1:$port/ws, http://127.0.0.1:$port/healthz)"
 python3 scripts/gateway_demo_client.py "$port" demo-password "$pip"
+echo "console: http://127.0.0.1:$port/ in a browser on this machine (password: demo-password)"
 echo "health: $(python3 -c "import urllib.request,sys; print(urllib.request.urlopen('http://127.0.0.1:$port/healthz').read().decode().strip())")"
 python3 -c "import urllib.request; print(''.join(l for l in urllib.request.urlopen('http://127.0.0.1:$port/metrics').read().decode().splitlines(True) if l.startswith('zolo_gateway_requests_total')), end='')"
 step "a refused call: an unknown setting"
@@ -169,4 +170,7 @@ step "the same as JSON, for scripts"
 zmctl --json state
 zmctl --json storage list
 echo
+if [ -t 0 ]; then
+  read -r -p "The console stays at http://127.0.0.1:$port/ until you press Enter. " _ || true
+fi
 echo "demo finished; the sandbox is removed on exit"

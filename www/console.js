@@ -444,10 +444,9 @@ const recordings = {
     const record = full.ok ? (list(full.data)[0] || recording) : recording;
     const videos = element('ul', { class: 'videos' }, ...(record.videos || []).map((v) =>
       element('li', {}, v.file_name, ' ', element('span', { class: 'muted' }, `${v.status} · ${clock((v.duration || 0) / 1000)}`))));
-    const directory = (record.videos || [])[0]?.directory;
     const items = marks.ok ? (marks.data.bookmark?.items || list(marks.data)) : [];
     const bookmarks = element('div', { class: 'stills' }, ...items.map((b) => element('figure', {},
-      b.snapshot && directory ? element('img', { src: `/images/bookmarks/${[...directory.split('/'), ...b.snapshot.split('/')].map(encodeURIComponent).join('/')}`, alt: '', loading: 'lazy' }) : element('div', { class: 'nostill' }),
+      b.snapshot ? element('img', { src: `/images/bookmarks/${record.id}/${b.snapshot.split('/').map(encodeURIComponent).join('/')}`, alt: '', loading: 'lazy' }) : element('div', { class: 'nostill' }),
       element('figcaption', {}, `${clock(b.time / 1000)} ${b.text}`))));
     detail.replaceChildren(element('h3', {}, record.name || `Recording ${record.id}`),
       element('p', { class: 'muted' }, `${localTime(record.recorded_at)} · ${record.status}`),

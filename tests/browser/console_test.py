@@ -92,7 +92,8 @@ class Appliance:
                       "the engine", 60)
 
     def start_gateway(self):
-        self.start("gateway", [self.binary("zolo-media-gateway"), "--config", "/etc/gateway.conf"]
+        self.start("gateway", [self.binary("zolo-media-gateway"), "--config",
+                               os.path.join(self.root, "etc/gateway.conf")]
                    + (["--port", str(self.port)] if hasattr(self, "port") else []),
                    stdout=subprocess.PIPE, text=True)
         line = self.processes["gateway"].stdout.readline()
