@@ -15,13 +15,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   limits.max_bytes = 65536;
   Decoded decoded = DecodeMessage(reinterpret_cast<const char*>(data), size, limits);
   if (!decoded.ok) return 0;
-  const RequestSpec* spec = nullptr;
+  const RequestSpec* known = nullptr;
   std::string comment;
-  CheckRequest(decoded.d, &spec, &comment);
+  CheckRequest(decoded.d, &known, &comment);
   RequestId(decoded.d);
   const cJSON* request = nullptr;
   cJSON_ArrayForEach(request, cJSON_GetObjectItemCaseSensitive(decoded.d, "requests")) {
-    CheckRequest(request, &spec, &comment);
+    CheckRequest(request, &known, &comment);
     RequestId(request);
   }
   Subscriptions subscriptions;

@@ -57,14 +57,14 @@ std::set<std::string> ExportedFunctions() {
 class GatewayRequestsTest : public zolo::test::RecordingTest {
  protected:
   Outcome Run(const std::string& request, const std::string& args) {
-    const zolo::gateway::RequestSpec* spec = FindRequest(request);
-    if (!spec) {
+    const zolo::gateway::RequestSpec* known = FindRequest(request);
+    if (!known) {
       ADD_FAILURE() << "no request " << request;
       return Outcome{-999, nullptr};
     }
     JsonHolder parsed(cJSON_Parse(args.c_str()));
     EXPECT_TRUE(parsed) << args;
-    return spec->handler(parsed.get());
+    return known->handler(parsed.get());
   }
   static std::string Print(const cJSON* json) {
     if (!json) return "";
@@ -79,16 +79,16 @@ TEST_F(GatewayRequestsTest, TableHoldsEveryFrontEndCallAndNothingElse) {
   std::set<std::string> exported = ExportedFunctions();
   ASSERT_GT(exported.size(), 100u);
   std::set<std::string> listed;
-  for (const auto& spec : zolo::gateway::Requests()) {
-    EXPECT_TRUE(exported.count(spec.name)) << spec.name << " is not an exported function";
-    EXPECT_FALSE(kExcluded.count(spec.name)) << spec.name << " must not be exposed";
-    EXPECT_TRUE(listed.insert(spec.name).second) << spec.name << " twice";
-    std::string description = spec.description;
-    EXPECT_TRUE(!description.empty() && description.find('\n') == std::string::npos) << spec.name;
+  for (const auto& known : zolo::gateway::Requests()) {
+    EXPECT_TRUE(exported.count(known.name)) << known.name << " is not an exported function";
+    EXPECT_FALSE(kExcluded.count(known.name)) << known.name << " must not be exposed";
+    EXPECT_TRUE(listed.insert(known.name).second) << known.name << " twice";
+    std::string description = known.description;
+    EXPECT_TRUE(!description.empty() && description.find('\n') == std::string::npos) << known.name;
     std::set<std::string> params;
-    for (const auto& param : spec.params)
-      EXPECT_TRUE(params.insert(param.name).second) << spec.name << "." << param.name;
-    EXPECT_NE(spec.handler, nullptr) << spec.name;
+    for (const auto& param : known.params)
+      EXPECT_TRUE(params.insert(param.name).second) << known.name << "." << param.name;
+    EXPECT_NE(known.handler, nullptr) << known.name;
   }
   for (const std::string& name : exported)
     EXPECT_TRUE(listed.count(name) || kExcluded.count(name)) << name << " has no request";

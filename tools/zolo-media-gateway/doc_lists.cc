@@ -38,15 +38,15 @@ std::string RequestList() {
   std::ostringstream out;
   out << "| request | parameters | description |\n|---|---|---|\n";
   out << "| `get_request_list` | | Every request with its parameters (answered by the gateway) |\n";
-  for (const auto& spec : zolo::gateway::Requests()) {
-    out << "| `" << spec.name << "` |";
+  for (const auto& known : zolo::gateway::Requests()) {
+    out << "| `" << known.name << "` |";
     const char* separator = " ";
-    for (const auto& param : spec.params) {
+    for (const auto& param : known.params) {
       out << separator << "`" << param.name << "`: " << zolo::gateway::ParamTypeName(param.type)
           << (param.required ? "" : " (optional)");
       separator = ", ";
     }
-    out << " | " << spec.description << " |\n";
+    out << " | " << known.description << " |\n";
   }
   return out.str();
 }

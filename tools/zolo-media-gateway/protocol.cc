@@ -96,14 +96,14 @@ Decoded DecodeMessage(const char* data, size_t size, const Limits& limits) {
   return decoded;
 }
 
-int CheckRequest(const cJSON* request, const RequestSpec** spec, std::string* comment) {
+int CheckRequest(const cJSON* request, const RequestSpec** known, std::string* comment) {
   const cJSON* type = cJSON_GetObjectItemCaseSensitive(request, "requestType");
   if (!cJSON_IsString(type) || type->valuestring[0] == '\0') {
     *comment = "requestType must be a non-empty string";
     return kNoRequestType;
   }
-  *spec = FindRequest(type->valuestring);
-  if (*spec == nullptr) {
+  *known = FindRequest(type->valuestring);
+  if (*known == nullptr) {
     *comment = std::string("unknown request \"") + type->valuestring + "\"";
     return kUnknownRequest;
   }
@@ -112,7 +112,7 @@ int CheckRequest(const cJSON* request, const RequestSpec** spec, std::string* co
     *comment = "requestData must be an object";
     return kDataNotObject;
   }
-  for (const Param& param : (*spec)->params) {
+  for (const Param& param : (*known)->params) {
     const cJSON* item = cJSON_GetObjectItemCaseSensitive(args, param.name);
     if (item == nullptr || cJSON_IsNull(item)) {
       if (!param.required) continue;

@@ -85,8 +85,8 @@ int NestingDepth(const char* text, size_t size, int limit);
 
 // A request's check before it runs: 0 when `request` (a Request "d" or one batch entry) names
 // a known request whose arguments match its parameters; otherwise the RequestError with
-// `comment` set. `spec` receives the request found.
-int CheckRequest(const cJSON* request, const RequestSpec** spec, std::string* comment);
+// `comment` set. `known` receives the request found.
+int CheckRequest(const cJSON* request, const RequestSpec** known, std::string* comment);
 
 const char* ParamTypeName(ParamType type);
 

@@ -59,7 +59,7 @@ const RequestSpec* FindRequest(const std::string& name) {
   const RequestTable& table = Requests();
   auto found = std::lower_bound(
       table.begin(), table.end(), name,
-      [](const RequestSpec& spec, const std::string& key) { return key.compare(spec.name) > 0; });
+      [](const RequestSpec& known, const std::string& key) { return key.compare(known.name) > 0; });
   return found != table.end() && name == found->name ? &*found : nullptr;
 }
 

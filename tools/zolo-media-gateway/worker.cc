@@ -68,7 +68,7 @@ JsonHolder RequestListData() {
     cJSON_AddItemToArray(list, entry);
   };
   add(kListRequest, "Every request with its parameters (answered by the gateway)", {});
-  for (const RequestSpec& spec : Requests()) add(spec.name, spec.description, spec.params);
+  for (const RequestSpec& known : Requests()) add(known.name, known.description, known.params);
   return data;
 }
 
@@ -81,10 +81,10 @@ JsonHolder Gateway::RunOne(const cJSON* request, int* code, std::string* metric_
     *code = 0;
     return ResponseData(type, id, 0, "success", RequestListData());
   }
-  const RequestSpec* spec = nullptr;
+  const RequestSpec* known = nullptr;
   std::string comment;
-  *code = CheckRequest(request, &spec, &comment);
-  if (spec != nullptr) *metric_name = spec->name;
+  *code = CheckRequest(request, &known, &comment);
+  if (known != nullptr) *metric_name = known->name;
   if (*code != 0) return ResponseData(type, id, *code, comment, nullptr);
   const cJSON* args = cJSON_GetObjectItemCaseSensitive(request, "requestData");
   JsonHolder empty;
@@ -94,9 +94,9 @@ JsonHolder Gateway::RunOne(const cJSON* request, int* code, std::string* metric_
   }
   Outcome outcome;
   try {
-    outcome = spec->handler(args);
+    outcome = known->handler(args);
   } catch (const std::exception& e) {
-    ZLOG(0, "request %s failed: %s", spec->name, e.what());
+    ZLOG(0, "request %s failed: %s", known->name, e.what());
     outcome = Outcome{kHandlerFailed, nullptr};
   }
   *code = outcome.code;
