@@ -20,7 +20,11 @@ bash scripts/setup.sh
 # ccache keeps a rebuild of unchanged sources (another flavour, a second run) cheap.
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize "${launcher[@]}" \
+# The sanitizer flavour is built at -O1 with line tables only: it compiles in two thirds of
+# the time and still reports every finding with its source line.
+flavour=()
+[ "$sanitize" = ON ] && flavour=(-DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1")
+cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize "${launcher[@]}" "${flavour[@]}" \
       -DZOLO_BUILD_BENCH=$([ "$sanitize" = ON ] && echo OFF || echo ON) >/dev/null
 cmake --build "$build" -j"$(nproc)"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
