@@ -20,8 +20,8 @@ bash scripts/setup.sh
 # ccache keeps a rebuild of unchanged sources (another flavour, a second run) cheap.
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
-# The sanitizer flavour is built at -O1 with line tables only: it compiles in two thirds of
-# the time and still reports every finding with its source line.
+# The sanitizer flavour is built at -O1 with line tables only: it compiles faster and still
+# reports every finding with its source line.
 flavour=()
 [ "$sanitize" = ON ] && flavour=(-DCMAKE_BUILD_TYPE=RelWithDebInfo "-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O1 -g1" "-DCMAKE_C_FLAGS_RELWITHDEBINFO=-O1 -g1")
 cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize "${launcher[@]}" "${flavour[@]}" \
