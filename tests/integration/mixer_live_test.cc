@@ -63,40 +63,18 @@ class MixerLiveTest : public EngineTest {
 };
 
 TEST_F(MixerLiveTest, LayoutPayloadAndSignalForEveryMixerValue) {
+  const std::string kMain = "zolo://video/mixer/0", kDisplay = "zolo://video/display_mixer/0";
+  const std::string kOne = "zolo://video/mixer/1", kTwo = "zolo://video/mixer/2";
   struct Case {
     int mixer;
     int result;
-    const char* payload;
-    std::vector<std::string> signals;
+    std::string target;  // the mixer named in the payload; empty: all of them
+    std::vector<std::string> signalled;
   };
   const Case cases[] = {
-      {0,
-       0,
-       R"({"id":6,"mixer":"zolo://video/mixer/0","persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/mixer/0"}},
-      {1,
-       0,
-       R"({"id":6,"mixer":"zolo://video/mixer/0","persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/mixer/0"}},
-      {2,
-       0,
-       R"({"id":6,"mixer":"zolo://video/display_mixer/0","persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/display_mixer/0"}},
-      {3,
-       0,
-       R"({"id":6,"mixer":"zolo://video/mixer/1","persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/mixer/1"}},
-      {4,
-       0,
-       R"({"id":6,"mixer":"zolo://video/mixer/2","persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/mixer/2"}},
-      {5,
-       0,
-       R"({"id":6,"persist":true,"bookmark":false})",
-       {"layout 6 zolo://video/mixer/0", "layout 6 zolo://video/mixer/1",
-        "layout 6 zolo://video/mixer/2", "layout 6 zolo://video/display_mixer/0"}},
-      {6, -2, "", {}},
-      {-1, -2, "", {}},
+      {0, 0, kMain, {kMain}}, {1, 0, kMain, {kMain}}, {2, 0, kDisplay, {kDisplay}},
+      {3, 0, kOne, {kOne}},   {4, 0, kTwo, {kTwo}},   {5, 0, "", {kMain, kOne, kTwo, kDisplay}},
+      {6, -2, "", {}},        {-1, -2, "", {}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.mixer);
@@ -106,10 +84,13 @@ TEST_F(MixerLiveTest, LayoutPayloadAndSignalForEveryMixerValue) {
       g_signals.clear();
     }
     EXPECT_EQ(zm_set_video_layout(6, static_cast<ZM_MIXER>(c.mixer), true, false), c.result);
-    EXPECT_EQ(Sent("set_video_layout"), c.payload);
-    std::vector<std::string> got = Signals(c.signals.size());
+    std::string payload = R"({"id":6,)" +
+                          (c.target.empty() ? "" : R"("mixer":")" + c.target + "\",") +
+                          R"("persist":true,"bookmark":false})";
+    EXPECT_EQ(Sent("set_video_layout"), c.result == 0 ? payload : "");
+    std::vector<std::string> got = Signals(c.signalled.size()), want;
+    for (const auto& mixer : c.signalled) want.push_back("layout 6 " + mixer);
     std::sort(got.begin(), got.end());
-    std::vector<std::string> want = c.signals;
     std::sort(want.begin(), want.end());
     EXPECT_EQ(got, want);
     if (c.result == 0 && c.mixer != 5) {
