@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "engine_appliance.h"
 #include "private_bus.h"
 #include "ratio_reporter.h"
 #include "raw_rows.h"
@@ -81,16 +82,9 @@ BENCHMARK(BM_raw_sdbus_and_sqlite)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 }  // namespace
 
 int main(int argc, char** argv) {
-  zolo::bench::SetBenchEnvironment();
-  zolo::test::PrivateBus bus;
-  zolo::test::Sandbox sandbox;
-  zolo::bench::LayOutAppliance(sandbox);
-  g_database = sandbox.Path("/var/lib/zolo/media.db");
-  zolo::sim::MediaSimulator sim;
-  if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {
-    std::fprintf(stderr, "audio_bench: cannot set up the bus, the simulator or the library\n");
-    return 1;
-  }
+  zolo::bench::EngineAppliance appliance;
+  g_database = appliance.sandbox.Path("/var/lib/zolo/media.db");
+  if (!appliance.Start("audio_bench")) return 1;
   // Sixteen inputs: the default playback input and fifteen audio inputs.
   std::string ports =
       "DELETE FROM stream WHERE type = 'audio' AND destination = ''; "
@@ -102,7 +96,5 @@ int main(int argc, char** argv) {
   if (zm_execute_db_command(ports.c_str()) != 0) return 1;
   benchmark::Initialize(&argc, argv);
   int result = zolo::bench::RunWithRatios({{"BM_zm_get_audio_input", "BM_raw_sdbus_and_sqlite"}});
-  zm_release();
-  sim.Stop();
   return result;
 }

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "engine_appliance.h"
 #include "private_bus.h"
 #include "ratio_reporter.h"
 #include "raw_rows.h"
@@ -146,21 +147,12 @@ BENCHMARK(BM_raw_sdbus_signals)->Unit(benchmark::kMillisecond)->UseManualTime()-
 }  // namespace
 
 int main(int argc, char** argv) {
-  zolo::bench::SetBenchEnvironment();
-  zolo::test::PrivateBus bus;
-  zolo::test::Sandbox sandbox;
-  zolo::bench::LayOutAppliance(sandbox);
-  zolo::sim::MediaSimulator sim;
-  g_sim = &sim;
-  if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {
-    std::fprintf(stderr, "bus_bench: cannot set up the bus, the simulator or the library\n");
-    return 1;
-  }
+  zolo::bench::EngineAppliance appliance;
+  g_sim = &appliance.sim;
+  if (!appliance.Start("bus_bench")) return 1;
   benchmark::Initialize(&argc, argv);
   int result = zolo::bench::RunWithRatios({{"BM_zm_get_state", "BM_raw_sdbus_get_state"},
                                            {"BM_zm_start_stop_cycle", "BM_raw_start_stop_cycle"},
                                            {"BM_library_signals", "BM_raw_sdbus_signals"}});
-  zm_release();
-  sim.Stop();
   return result;
 }

@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "engine_appliance.h"
 #include "gateway_client.h"
 #include "private_bus.h"
 #include "ratio_reporter.h"
@@ -269,16 +270,9 @@ BENCHMARK(BM_emission_only)->Unit(benchmark::kMillisecond)->UseManualTime()->Ite
 }  // namespace
 
 int main(int argc, char** argv) {
-  zolo::bench::SetBenchEnvironment();
-  zolo::test::PrivateBus bus;
-  zolo::test::Sandbox sandbox;
-  zolo::bench::LayOutAppliance(sandbox);
-  zolo::sim::MediaSimulator sim;
-  g_sim = &sim;
-  if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {
-    std::fprintf(stderr, "gateway_bench: cannot set up the bus, the simulator or the library\n");
-    return 1;
-  }
+  zolo::bench::EngineAppliance appliance;
+  g_sim = &appliance.sim;
+  if (!appliance.Start("gateway_bench")) return 1;
   GMainContext* context = g_main_context_new();
   g_main_context_push_thread_default(context);
   g_session = soup_session_new();
@@ -301,7 +295,5 @@ int main(int argc, char** argv) {
   g_object_unref(g_session);
   g_main_context_pop_thread_default(context);
   g_main_context_unref(context);
-  zm_release();
-  sim.Stop();
   return result;
 }

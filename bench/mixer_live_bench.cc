@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "engine_appliance.h"
 #include "private_bus.h"
 #include "ratio_reporter.h"
 #include "raw_rows.h"
@@ -117,19 +118,10 @@ BENCHMARK(BM_raw_layout_to_signal)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
 }  // namespace
 
 int main(int argc, char** argv) {
-  zolo::bench::SetBenchEnvironment();
-  zolo::test::PrivateBus bus;
-  zolo::test::Sandbox sandbox;
-  zolo::bench::LayOutAppliance(sandbox);
-  zolo::sim::MediaSimulator sim;
-  if (!bus.ok() || sim.Start() != 0 || zm_init(true) != 0) {
-    std::fprintf(stderr, "mixer_live_bench: cannot set up the bus, the simulator or the library\n");
-    return 1;
-  }
+  zolo::bench::EngineAppliance appliance;
+  if (!appliance.Start("mixer_live_bench")) return 1;
   benchmark::Initialize(&argc, argv);
   int result = zolo::bench::RunWithRatios({{"BM_zm_set_video_layout", "BM_raw_set_video_layout"},
                                            {"BM_zm_layout_to_signal", "BM_raw_layout_to_signal"}});
-  zm_release();
-  sim.Stop();
   return result;
 }
