@@ -8,6 +8,7 @@
 #include <unistd.h>
 #include <zolo/media.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <map>
@@ -19,6 +20,7 @@
 #include "engine_fixture.h"
 #include "gateway.h"
 #include "gateway_client.h"
+#include "outbound.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The TLS module GIO loads at run time leaves a dynamic TLS block that the leak checker's
@@ -550,6 +552,96 @@ TEST_F(GatewayTest, TlsWithOwnCertificate) {
   EXPECT_EQ(Number(Status(state), "code"), 0);
   GatewayClient plain(session_);
   EXPECT_FALSE(plain.Connect(Url("ws")));
+}
+
+// The outbound queue over a socket that takes a few KiB at a time: frames arrive whole and in
+// order with the WebSocket layer's own bytes between them, at the limits high-volume frames
+// are the ones dropped, and after Stop the stream still ends in a whole close frame.
+TEST(GatewayOutbound, PartialWritesKeepFramesWholeAndDropHighVolumeFirst) {
+  using zolo::gateway::Outbound;
+  int fds[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, fds), 0);
+  int small = 4096;
+  setsockopt(fds[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+  GSocket* socket = g_socket_new_from_fd(fds[0], nullptr);
+  ASSERT_NE(socket, nullptr);
+  GSocketConnection* connection = g_socket_connection_factory_create_connection(socket);
+  GMainContext* context = g_main_context_new();
+  auto outbound =
+      std::make_shared<Outbound>(G_IO_STREAM(connection), context, Outbound::Limits{4, 1 << 20});
+  std::string received;
+  auto drain = [&] {
+    char buffer[8192];
+    for (int idle = 0; idle < 20;) {
+      while (g_main_context_iteration(context, FALSE)) {
+      }
+      ssize_t got = read(fds[1], buffer, sizeof buffer);
+      if (got > 0) {
+        received.append(buffer, static_cast<size_t>(got));
+        idle = 0;
+      } else {
+        ++idle;
+        g_usleep(5000);
+      }
+    }
+  };
+  auto payload = [](int i) { return "frame " + std::to_string(i) + " " + std::string(3000, 'x'); };
+
+  std::map<Outbound::Added, int> outcomes;
+  std::vector<int> expected_normal;
+  for (int i = 0; i < 40; ++i) {
+    bool high_volume = i % 3 != 0;
+    Outbound::Added added = outbound->Add(zolo::gateway::TextFrame(payload(i)), high_volume);
+    ++outcomes[added];
+    if (!high_volume && added != Outbound::Added::kFull) expected_normal.push_back(i);
+    if (i == 10) outbound->AddRaw("\x8a\x00", 2);  // a pong, while a frame may be half out
+    outbound->Flush();
+  }
+  drain();
+  std::vector<int> texts;
+  int pongs = 0;
+  bool whole = true;
+  zolo::test::TakeServerFrames(&received, [&](int opcode, std::string_view data) {
+    if (opcode == 0xa) ++pongs;
+    if (opcode != 1) return true;
+    int index = std::atoi(std::string(data.substr(6)).c_str());
+    whole = whole && data == payload(index);
+    texts.push_back(index);
+    return true;
+  });
+  EXPECT_TRUE(received.empty()) << "a frame arrived cut";
+  EXPECT_TRUE(whole);
+  EXPECT_EQ(pongs, 1);
+  EXPECT_TRUE(std::is_sorted(texts.begin(), texts.end()));
+  for (int index : expected_normal)
+    EXPECT_NE(std::find(texts.begin(), texts.end(), index), texts.end()) << index;
+  int lost_high_volume = 40 - static_cast<int>(texts.size()) - outcomes[Outbound::Added::kFull];
+  EXPECT_GT(lost_high_volume, 0);
+  EXPECT_EQ(lost_high_volume,
+            outcomes[Outbound::Added::kDropped] + outcomes[Outbound::Added::kQueuedDroppingOlder]);
+
+  // Fill it with frames only, then stop as a closing session does: the half-written frame is
+  // finished, the rest dropped, and the layer's close frame still goes.
+  while (outbound->Add(zolo::gateway::TextFrame(payload(99)), false) != Outbound::Added::kFull) {
+  }
+  outbound->Stop();
+  EXPECT_EQ(outbound->Add(zolo::gateway::TextFrame(payload(99)), false), Outbound::Added::kStopped);
+  outbound->AddRaw("\x88\x02\x03\xe8", 4);
+  drain();
+  int last_opcode = -1;
+  zolo::test::TakeServerFrames(&received, [&](int opcode, std::string_view data) {
+    last_opcode = opcode;
+    return opcode != 1 || data == payload(99);
+  });
+  EXPECT_TRUE(received.empty());
+  EXPECT_EQ(last_opcode, 8);
+
+  outbound->Close();
+  outbound.reset();
+  g_object_unref(connection);
+  g_object_unref(socket);
+  g_main_context_unref(context);
+  close(fds[1]);
 }
 
 }  // namespace

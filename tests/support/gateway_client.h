@@ -12,6 +12,7 @@
 #include <deque>
 #include <future>
 #include <string>
+#include <string_view>
 #include <thread>
 
 #include "common/json_holder.h"
@@ -164,36 +165,55 @@ inline int RawClient(int port, int receive_buffer = 0) {
   return fd;
 }
 
+// Walks the whole server frames (unmasked) at the front of `data`, calling
+// `take(opcode, payload)` for each until it returns false; removes what it walked and
+// returns false when `take` stopped it.
+template <typename Take>
+bool TakeServerFrames(std::string* data, Take take) {
+  size_t at = 0;
+  bool more = true;
+  while (more && at + 2 <= data->size()) {
+    auto byte = [&](size_t i) {
+      return static_cast<uint64_t>(static_cast<unsigned char>((*data)[i]));
+    };
+    uint64_t length = byte(at + 1) & 0x7f;
+    size_t header = length == 126 ? 4 : length == 127 ? 10 : 2;
+    if (at + header > data->size()) break;
+    if (header > 2) {
+      length = 0;
+      for (size_t i = 2; i < header; ++i) length = (length << 8) | byte(at + i);
+    }
+    if (at + header + length > data->size()) break;
+    more = take(static_cast<int>(byte(at) & 0x0f),
+                std::string_view(data->data() + at + header, length));
+    at += header + length;
+  }
+  data->erase(0, at);
+  return more;
+}
+
 // Reads server frames from `fd` until a close frame; its code, or -1.
 inline int RawCloseCode(int fd) {
   timeval wait{5, 0};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
   std::string data;
   char buffer[4096];
-  for (;;) {
-    // Server frames are unmasked; walk them until the close frame (opcode 8).
-    size_t at = 0;
-    while (at + 2 <= data.size()) {
-      size_t length = static_cast<unsigned char>(data[at + 1]) & 0x7f, header = 2;
-      if (length == 126 && at + 4 <= data.size()) {
-        length = (static_cast<unsigned char>(data[at + 2]) << 8) |
-                 static_cast<unsigned char>(data[at + 3]);
-        header = 4;
-      }
-      if (at + header + length > data.size()) break;
-      if ((data[at] & 0x0f) == 8 && length >= 2) {
-        // Answers the close with the same code, as a well-behaved client does.
-        std::string echo = {'\x88', '\x82', 0, 0, 0, 0, data[at + header], data[at + header + 1]};
-        if (write(fd, echo.data(), echo.size()) < 0) return -1;
-        return (static_cast<unsigned char>(data[at + header]) << 8) |
-               static_cast<unsigned char>(data[at + header + 1]);
-      }
-      at += header + length;
-    }
+  int code = -1;
+  auto close_frame = [&](int opcode, std::string_view payload) {
+    if (opcode != 8 || payload.size() < 2) return true;
+    code = (static_cast<unsigned char>(payload[0]) << 8) | static_cast<unsigned char>(payload[1]);
+    return false;
+  };
+  while (TakeServerFrames(&data, close_frame)) {
     ssize_t got = read(fd, buffer, sizeof buffer);
     if (got <= 0) return -1;
     data.append(buffer, static_cast<size_t>(got));
   }
+  // Answers the close with the same code, as a well-behaved client does.
+  std::string echo = {
+      '\x88', '\x82', 0, 0, 0, 0, static_cast<char>(code >> 8), static_cast<char>(code & 0xff)};
+  if (write(fd, echo.data(), echo.size()) < 0) return -1;
+  return code;
 }
 
 // A gateway serving on its own thread and main context, as the daemon's loop would.

@@ -18,8 +18,6 @@ constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr int kSendBufferBytes = 256 * 1024;
 constexpr guint64 kMaxFrameBytes = 2 << 20;
 constexpr guint kKeepaliveSeconds = 30;
-// Bytes handed to the WebSocket after the socket was last seen writable, before asking again.
-constexpr size_t kSendBudget = 64 * 1024;
 
 struct Timer {
   void (*fire)(gpointer);
@@ -58,24 +56,49 @@ Gateway::~Gateway() {
   Stop();
 }
 
-void Gateway::OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
-                          SoupWebsocketConnection* connection, gpointer self) {
+void Gateway::OnUpgrade(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
+                        gpointer self) {
+  // No extensions: the gateway's messages are small, and an inflating reader is one more
+  // thing a hostile client could feed. The origin is judged once the socket is a WebSocket,
+  // so that a refused browser learns why from the close code.
+  if (!soup_websocket_server_process_handshake(msg, nullptr, nullptr, nullptr, nullptr)) {
+    static_cast<Gateway*>(self)->metrics_.Refused("bad_handshake");
+    return;
+  }
+  g_signal_connect(msg, "wrote-informational", G_CALLBACK(OnUpgraded), self);
+}
+
+void Gateway::OnUpgraded(SoupServerMessage* msg, gpointer self) {
   Gateway& gateway = *static_cast<Gateway*>(self);
+  g_signal_handlers_disconnect_by_func(msg, reinterpret_cast<gpointer>(OnUpgraded), self);
+  // A bounded kernel buffer, so that a client that stops reading shows in our own queue.
+  GSocket* socket = soup_server_message_get_socket(msg);
+  if (socket != nullptr)
+    g_socket_set_option(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes, nullptr);
+  const char* host = soup_server_message_get_remote_host(msg);
+  std::string address = host != nullptr ? host : "";
+  g_object_ref(msg);  // stealing the connection may drop the server's reference
+  GIOStream* base = soup_server_message_steal_connection(msg);
+  auto outbound = std::make_shared<Outbound>(
+      base, gateway.context_,
+      Outbound::Limits{gateway.config_.max_queue_messages, gateway.config_.max_queue_bytes});
+  GIOStream* stream = OutboundStreamNew(base, outbound);
+  g_object_unref(base);
+  SoupWebsocketConnection* connection =
+      soup_websocket_connection_new(stream, soup_server_message_get_uri(msg),
+                                    SOUP_WEBSOCKET_CONNECTION_SERVER, nullptr, nullptr, nullptr);
+  g_object_unref(stream);
+
   auto owned = std::make_unique<Session>();
   Session& session = *owned;
   session.gateway = &gateway;
   session.id = gateway.next_session_++;
-  session.connection = SOUP_WEBSOCKET_CONNECTION(g_object_ref(connection));
-  GSocket* socket = soup_server_message_get_socket(msg);
-  session.socket = socket != nullptr ? G_SOCKET(g_object_ref(socket)) : nullptr;
-  const char* host = soup_server_message_get_remote_host(msg);
-  session.address = host != nullptr ? host : "";
+  session.connection = connection;
+  session.outbound = std::move(outbound);
+  session.address = std::move(address);
   gateway.sessions_.emplace(session.id, std::move(owned));
   gateway.metrics_.SetClients(gateway.sessions_.size());
 
-  // A bounded kernel buffer, so that a client that stops reading shows in our own queue.
-  if (session.socket != nullptr)
-    g_socket_set_option(session.socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes, nullptr);
   soup_websocket_connection_set_max_incoming_payload_size(connection, kMaxFrameBytes);
   soup_websocket_connection_set_keepalive_interval(connection, kKeepaliveSeconds);
   g_signal_connect(connection, "message", G_CALLBACK(OnMessage), &session);
@@ -83,9 +106,11 @@ void Gateway::OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
   g_signal_connect(connection, "error", G_CALLBACK(OnError), &session);
 
   gint64 now = g_get_monotonic_time();
+  bool origin_allowed = gateway.OriginAllowed(msg);
+  g_object_unref(msg);
   if (gateway.sessions_.size() > gateway.config_.max_clients)
     return gateway.Close(session, close_reason::kTooManyClients);
-  if (!gateway.OriginAllowed(msg)) return gateway.Close(session, close_reason::kOriginNotAllowed);
+  if (!origin_allowed) return gateway.Close(session, close_reason::kOriginNotAllowed);
   if (gateway.failures_.LockedOut(session.address, now))
     return gateway.Close(session, close_reason::kLockedOut);
 
@@ -99,7 +124,7 @@ void Gateway::OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
     cJSON_AddStringToObject(auth, "challenge", session.challenge.c_str());
     cJSON_AddStringToObject(auth, "salt", SaltOf(gateway.config_.password_hash).c_str());
   }
-  gateway.Enqueue(session, Message(kHello, std::move(hello)), false);
+  gateway.Send(session, Message(kHello, std::move(hello)));
   session.identify_timer = StartTimer(
       gateway.context_, static_cast<guint>(gateway.config_.identify_timeout_ms),
       [](gpointer data) {
@@ -167,8 +192,7 @@ void Gateway::Close(Session& session, const CloseReason& reason, const std::stri
   ZLOG(1, "closing client %llu (%s): %d %s%s%s", static_cast<unsigned long long>(session.id),
        session.address.c_str(), reason.code, reason.name, detail.empty() ? "" : ": ",
        detail.c_str());
-  session.queue.clear();
-  session.queue_bytes = 0;
+  session.outbound->Stop();
   if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
     soup_websocket_connection_close(session.connection, static_cast<gushort>(reason.code),
                                     reason.name);
@@ -182,15 +206,11 @@ void Gateway::Forget(Session& session) {
   metrics_.SetClients(sessions_.size());
   for (GSource** timer : {&session.identify_timer, &session.answer_timer, &session.coalesce_timer})
     CancelTimer(timer);
-  if (session.write_watch != nullptr) {
-    g_source_destroy(session.write_watch);
-    g_source_unref(session.write_watch);
-  }
+  session.outbound->Stop();
   g_signal_handlers_disconnect_by_data(session.connection, &session);
   if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
     soup_websocket_connection_close(session.connection, SOUP_WEBSOCKET_CLOSE_GOING_AWAY, nullptr);
   g_object_unref(session.connection);
-  if (session.socket != nullptr) g_object_unref(session.socket);
 }
 
 void Gateway::HandleMessage(Session& session, const char* data, size_t size) {
@@ -255,7 +275,7 @@ void Gateway::FinishIdentify(Session& session) {
   CancelTimer(&session.identify_timer);
   JsonHolder identified(cJSON_CreateObject());
   cJSON_AddNumberToObject(identified.get(), "negotiatedProtocolVersion", 1);
-  Enqueue(session, Message(kIdentified, std::move(identified)), false);
+  Send(session, Message(kIdentified, std::move(identified)));
 }
 
 void Gateway::HandleReidentify(Session& session, const cJSON* d) {
@@ -267,7 +287,7 @@ void Gateway::HandleReidentify(Session& session, const cJSON* d) {
   session.coalescer.Clear();
   JsonHolder identified(cJSON_CreateObject());
   cJSON_AddNumberToObject(identified.get(), "negotiatedProtocolVersion", 1);
-  Enqueue(session, Message(kIdentified, std::move(identified)), false);
+  Send(session, Message(kIdentified, std::move(identified)));
 }
 
 void Gateway::HandleRequest(Session& session, JsonHolder message, const cJSON* d, bool batch) {
@@ -277,77 +297,45 @@ void Gateway::HandleRequest(Session& session, JsonHolder message, const cJSON* d
     if (static_cast<size_t>(cJSON_GetArraySize(requests)) > config_.max_batch)
       return Close(session, close_reason::kBatchTooLong);
   }
-  if (session.in_flight >= config_.max_in_flight)
+  if (*session.in_flight >= config_.max_in_flight)
     return Close(session, close_reason::kTooManyInFlight);
-  ++session.in_flight;
-  auto* job =
-      new Job{this, session.id, batch, std::move(message), d, g_get_monotonic_time(), {}, {}};
+  ++*session.in_flight;
+  auto* job = new Job{this,
+                      session.id,
+                      batch,
+                      std::move(message),
+                      d,
+                      g_get_monotonic_time(),
+                      session.outbound,
+                      session.in_flight,
+                      {}};
   g_thread_pool_push(workers_, job, nullptr);
 }
 
-void Gateway::Enqueue(Session& session, std::string text, bool high_volume) {
-  if (session.closing) return;
-  bool full = session.queue.size() >= config_.max_queue_messages ||
-              session.queue_bytes + text.size() > config_.max_queue_bytes;
-  if (full) {
-    if (high_volume) {
+void Gateway::Send(Session& session, const std::string& text) {
+  Enqueue(session, TextFrame(text), false, true);
+}
+
+bool Gateway::Enqueue(Session& session, Frame frame, bool high_volume, bool flush) {
+  if (session.closing) return false;
+  switch (session.outbound->Add(std::move(frame), high_volume)) {
+    case Outbound::Added::kDropped:
       metrics_.EventDropped();
-      return;
-    }
-    // Make room by dropping the oldest high-volume event; with none left, the client is
-    // not reading and goes.
-    auto victim = std::find_if(session.queue.begin(), session.queue.end(),
-                               [](const Outgoing& out) { return out.high_volume; });
-    if (victim == session.queue.end()) return Close(session, close_reason::kSlowConsumer);
-    session.queue_bytes -= victim->text.size();
-    session.queue.erase(victim);
-    metrics_.EventDropped();
+      return false;
+    case Outbound::Added::kQueuedDroppingOlder:
+      metrics_.EventDropped();
+      break;
+    case Outbound::Added::kFull:
+      // Nothing left to drop: the client is not reading and goes.
+      Close(session, close_reason::kSlowConsumer);
+      return false;
+    case Outbound::Added::kStopped:
+      return false;
+    case Outbound::Added::kQueued:
+      break;
   }
-  session.queue_bytes += text.size();
-  session.queue.push_back(Outgoing{std::move(text), high_volume});
-  Flush(session);
-}
-
-void Gateway::Flush(Session& session) {
-  // Hands messages to the WebSocket only while the socket takes them, so what a slow client
-  // has not read stays in our bounded queue rather than in the connection's unbounded one.
-  // The socket is asked once per budget of bytes, not once per message.
-  while (!session.queue.empty() && !session.closing &&
-         soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN) {
-    Outgoing& next = session.queue.front();
-    if (session.socket != nullptr && session.send_budget < next.text.size()) {
-      if (!(g_socket_condition_check(session.socket, G_IO_OUT) & G_IO_OUT)) {
-        if (session.write_watch == nullptr) WatchWritable(session);
-        return;
-      }
-      session.send_budget = std::max(kSendBudget, next.text.size());
-    }
-    soup_websocket_connection_send_text(session.connection, next.text.c_str());
-    session.send_budget -= next.text.size();
-    session.queue_bytes -= next.text.size();
-    session.queue.pop_front();
-  }
-}
-
-void Gateway::WatchWritable(Session& session) {
-  gboolean (*on_writable)(GSocket*, GIOCondition, gpointer) = [](GSocket*, GIOCondition,
-                                                                 gpointer data) -> gboolean {
-    Session& writable = *static_cast<Session*>(data);
-    g_source_unref(writable.write_watch);
-    writable.write_watch = nullptr;
-    writable.gateway->Flush(writable);
-    return G_SOURCE_REMOVE;
-  };
-  session.write_watch = g_socket_create_source(session.socket, G_IO_OUT, nullptr);
-  g_source_set_callback(session.write_watch, G_SOURCE_FUNC(on_writable), &session, nullptr);
-  g_source_attach(session.write_watch, context_);
-}
-
-void Gateway::SendEvent(Session& session, const std::string& signal, const std::string& text,
-                        bool high_volume) {
-  (void)signal;
-  metrics_.EventSent();
-  Enqueue(session, text, high_volume);
+  if (flush) session.outbound->Flush();
+  return true;
 }
 
 void Gateway::ArmCoalescing(Session& session) {
@@ -363,7 +351,8 @@ void Gateway::ArmCoalescing(Session& session) {
           JsonHolder event(cJSON_CreateObject());
           cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
           cJSON_AddItemToObject(event.get(), "eventData", record.release());
-          due.gateway->SendEvent(due, signal, Message(kEvent, std::move(event)), true);
+          due.gateway->metrics_.EventSent();
+          due.gateway->Enqueue(due, TextFrame(Message(kEvent, std::move(event))), true, true);
         }
         due.gateway->ArmCoalescing(due);
       },

@@ -19,6 +19,7 @@
 #include "config.h"
 #include "events.h"
 #include "metrics.h"
+#include "outbound.h"
 #include "protocol.h"
 
 namespace zolo::gateway {
@@ -45,14 +46,11 @@ class Gateway {
  private:
   struct Session;
   struct Job;
-  struct Outgoing {
-    std::string text;
-    bool high_volume;
-  };
 
   // Connections and messages (gateway.cc).
-  static void OnWebSocket(SoupServer*, SoupServerMessage* msg, const char*,
-                          SoupWebsocketConnection* connection, gpointer self);
+  static void OnUpgrade(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
+                        gpointer self);
+  static void OnUpgraded(SoupServerMessage* msg, gpointer self);
   static void OnMessage(SoupWebsocketConnection*, gint type, GBytes* message, gpointer session);
   static void OnError(SoupWebsocketConnection*, GError* error, gpointer session);
   static void OnClosed(SoupWebsocketConnection*, gpointer session);
@@ -65,24 +63,19 @@ class Gateway {
   void Close(Session& session, const CloseReason& reason, const std::string& detail = "");
   void Forget(Session& session);
 
-  // Outbound queues (gateway.cc).
-  void Enqueue(Session& session, std::string text, bool high_volume);
-  void Flush(Session& session);
-  void WatchWritable(Session& session);
+  // Outbound frames (gateway.cc); `flush` false leaves them for one write after a burst.
+  void Send(Session& session, const std::string& text);
+  bool Enqueue(Session& session, Frame frame, bool high_volume, bool flush);
   void ArmCoalescing(Session& session);
-  void SendEvent(Session& session, const std::string& signal, const std::string& text,
-                 bool high_volume);
 
   // Library calls (worker.cc).
   static void RunJob(gpointer job, gpointer self);
   static JsonHolder RunOne(const cJSON* request, int* code, std::string* metric_name);
-  void FinishJob(Job* job);
   static void RunProbe(gpointer probe, gpointer self);
   gboolean Probe();
   void SetEngineUp(bool up, const std::string& reason);
   void Broadcast(const std::string& signal, JsonHolder data);
   void DispatchSignals();
-  void SetCork(const std::vector<Session*>& sessions, bool on);
 
   // HTTP (http.cc).
   static void OnImage(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,

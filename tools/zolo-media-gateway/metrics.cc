@@ -7,6 +7,7 @@
 namespace zolo::gateway {
 
 void Metrics::Request(const std::string& name, int code, double seconds) {
+  std::lock_guard<std::mutex> lock(mutex_);
   ++requests_[{name, code}];
   for (size_t i = 0; i < kBucketCount; ++i)
     if (seconds <= kBuckets[i]) ++latency_buckets_[i];
@@ -15,11 +16,13 @@ void Metrics::Request(const std::string& name, int code, double seconds) {
 }
 
 uint64_t Metrics::refusals(const std::string& reason) const {
+  std::lock_guard<std::mutex> lock(mutex_);
   auto it = refusals_.find(reason);
   return it == refusals_.end() ? 0 : it->second;
 }
 
 std::string Metrics::Text() const {
+  std::lock_guard<std::mutex> lock(mutex_);
   std::ostringstream out;
   out << "# HELP zolo_gateway_clients Connected WebSocket clients.\n"
       << "# TYPE zolo_gateway_clients gauge\n"

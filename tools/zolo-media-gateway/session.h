@@ -3,6 +3,7 @@
 #pragma once
 
 #include "gateway.h"
+#include "outbound.h"
 
 namespace zolo::gateway {
 
@@ -10,7 +11,7 @@ struct Gateway::Session {
   Gateway* gateway = nullptr;
   uint64_t id = 0;
   SoupWebsocketConnection* connection = nullptr;
-  GSocket* socket = nullptr;
+  std::shared_ptr<Outbound> outbound;  // shared with the connection's stream and running jobs
   std::string address;
   std::string challenge;
   bool identified = false;
@@ -19,11 +20,8 @@ struct Gateway::Session {
   JsonHolder pending_identify;
   Subscriptions subscriptions;
   Coalescer coalescer;
-  int in_flight = 0;
-  std::deque<Outgoing> queue;
-  size_t queue_bytes = 0;
-  size_t send_budget = 0;  // bytes the socket may take before it is asked again
-  GSource* write_watch = nullptr;
+  // Requests the workers have not answered yet; they count down themselves.
+  std::shared_ptr<std::atomic<int>> in_flight = std::make_shared<std::atomic<int>>(0);
   GSource* identify_timer = nullptr;
   GSource* answer_timer = nullptr;
   GSource* coalesce_timer = nullptr;
@@ -42,7 +40,8 @@ struct Gateway::Job {
   JsonHolder message;  // owns `d`
   const cJSON* d;
   gint64 arrived;
-  std::string response;                               // the whole message to send
+  std::shared_ptr<Outbound> outbound;                 // where the worker sends the response
+  std::shared_ptr<std::atomic<int>> in_flight;        // the session's count
   std::vector<std::pair<std::string, int>> outcomes;  // metric name and code of each request
 };
 

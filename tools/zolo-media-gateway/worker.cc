@@ -4,9 +4,6 @@
 #include <zolo/media_json/signals_json.h>
 #include <zolo/sysroot.h>
 
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-
 #include <cstdio>
 #include <cstring>
 
@@ -20,7 +17,6 @@ namespace {
 constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr size_t kMaxPendingSignals = 65536;
 constexpr const char* kListRequest = "get_request_list";
-constexpr size_t kCorkBatch = 4;
 
 // The gateway that receives the library's signal callbacks; cleared before it goes away.
 std::mutex g_active_mutex;
@@ -43,12 +39,6 @@ bool DatabaseReadable(const std::string& path) {
 }
 
 }  // namespace
-
-void Gateway::SetCork(const std::vector<Session*>& sessions, bool on) {
-  for (Session* session : sessions)
-    if (session->socket != nullptr && !session->closing)
-      g_socket_set_option(session->socket, IPPROTO_TCP, TCP_CORK, on ? 1 : 0, nullptr);
-}
 
 JsonHolder RequestListData() {
   JsonHolder data(cJSON_CreateObject());
@@ -110,10 +100,11 @@ void Gateway::RunJob(gpointer data, gpointer) {
   auto* job = static_cast<Job*>(data);
   int code = 0;
   std::string name;
+  std::string response;
   if (!job->batch) {
     JsonHolder d = RunOne(job->d, &code, &name);
     job->outcomes.emplace_back(name, code);
-    job->response = Message(kRequestResponse, std::move(d));
+    response = Message(kRequestResponse, std::move(d));
   } else {
     const cJSON* halt = cJSON_GetObjectItemCaseSensitive(job->d, "haltOnFailure");
     bool halt_on_failure = cJSON_IsTrue(halt);
@@ -136,29 +127,31 @@ void Gateway::RunJob(gpointer data, gpointer) {
       job->outcomes.emplace_back(name, code);
       cJSON_AddItemToArray(results, result.release());
     }
-    job->response = Message(kRequestBatchResponse, std::move(d));
+    response = Message(kRequestBatchResponse, std::move(d));
   }
+  // The answer leaves from here and the bookkeeping is done here, so that a request never
+  // waits for the main loop to wake; only a client with no room left involves it.
+  std::unique_ptr<Job> done(job);
+  Outbound::Added added = job->outbound->Add(TextFrame(response), false);
+  if (added == Outbound::Added::kQueued || added == Outbound::Added::kQueuedDroppingOlder)
+    job->outbound->Flush();
+  Gateway& gateway = *job->gateway;
+  if (added == Outbound::Added::kQueuedDroppingOlder) gateway.metrics_.EventDropped();
+  double seconds = static_cast<double>(g_get_monotonic_time() - job->arrived) / G_USEC_PER_SEC;
+  for (const auto& [metric, result] : job->outcomes)
+    if (result != kNotRun) gateway.metrics_.Request(metric, result, seconds);
+  --*job->in_flight;
+  if (added != Outbound::Added::kFull) return;
   g_main_context_invoke_full(
-      job->gateway->context_, G_PRIORITY_DEFAULT,
-      [](gpointer finished) -> gboolean {
-        auto* done = static_cast<Job*>(finished);
-        done->gateway->FinishJob(done);
+      gateway.context_, G_PRIORITY_DEFAULT,
+      [](gpointer full) -> gboolean {
+        std::unique_ptr<Job> refused(static_cast<Job*>(full));
+        Gateway& owner = *refused->gateway;
+        auto it = owner.sessions_.find(refused->session);
+        if (it != owner.sessions_.end()) owner.Close(*it->second, close_reason::kSlowConsumer);
         return G_SOURCE_REMOVE;
       },
-      job, nullptr);
-}
-
-void Gateway::FinishJob(Job* job) {
-  std::unique_ptr<Job> owned(job);
-  double seconds = static_cast<double>(g_get_monotonic_time() - job->arrived) / G_USEC_PER_SEC;
-  for (const auto& [name, code] : job->outcomes) {
-    if (code == kNotRun) continue;
-    metrics_.Request(name, code, seconds);
-  }
-  auto it = sessions_.find(job->session);
-  if (it == sessions_.end()) return;  // the client left meanwhile
-  --it->second->in_flight;
-  Enqueue(*it->second, std::move(job->response), false);
+      done.release(), nullptr);
 }
 
 void Gateway::RunProbe(gpointer data, gpointer) {
@@ -208,11 +201,14 @@ void Gateway::Broadcast(const std::string& signal, JsonHolder data) {
   JsonHolder event(cJSON_CreateObject());
   cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
   cJSON_AddItemToObject(event.get(), "eventData", data.release());
-  std::string text = Message(kEvent, std::move(event));
+  Frame frame = TextFrame(Message(kEvent, std::move(event)));
   std::vector<Session*> targets;
   for (auto& [id, session] : sessions_)
     if (session->identified) targets.push_back(session.get());
-  for (Session* session : targets) SendEvent(*session, signal, text, false);
+  for (Session* session : targets) {
+    metrics_.EventSent();
+    Enqueue(*session, frame, false, true);
+  }
 }
 
 void Gateway::OnSignal(const char* name, void* data, void*) {
@@ -250,15 +246,15 @@ void Gateway::DispatchSignals() {
   std::vector<Session*> targets;
   for (auto& [id, session] : sessions_)
     if (session->identified && !session->closing) targets.push_back(session.get());
-  // With several events at once, each client's frames leave in as few packets as they fit.
-  bool cork = batch.size() >= kCorkBatch;
-  if (cork) SetCork(targets, true);
+  // Frames are queued for the whole burst and each client's leave in one write at the end.
+  std::vector<bool> touched(targets.size(), false);
   gint64 now = g_get_monotonic_time();
   for (auto& [signal, record] : batch) {
     if (signal == "media_crashed") SetEngineUp(false, "the media engine crashed");
     bool high_volume = IsHighVolume(signal);
-    std::string text;  // made once, for the first client that takes the event whole
-    for (Session* session : targets) {
+    Frame frame;  // made once, for the first client that takes the event whole
+    for (size_t i = 0; i < targets.size(); ++i) {
+      Session* session = targets[i];
       if (session->closing || !session->subscriptions.Wants(signal, record.get())) continue;
       auto rate = session->subscriptions.rates.find(signal);
       if (rate != session->subscriptions.rates.end()) {
@@ -268,16 +264,18 @@ void Gateway::DispatchSignals() {
           continue;
         }
       }
-      if (text.empty()) {
+      if (frame == nullptr) {
         JsonHolder event(cJSON_CreateObject());
         cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
         cJSON_AddItemReferenceToObject(event.get(), "eventData", record.get());
-        text = Message(kEvent, std::move(event));
+        frame = TextFrame(Message(kEvent, std::move(event)));
       }
-      SendEvent(*session, signal, text, high_volume);
+      metrics_.EventSent();
+      touched[i] = Enqueue(*session, frame, high_volume, false) || touched[i];
     }
   }
-  if (cork) SetCork(targets, false);
+  for (size_t i = 0; i < targets.size(); ++i)
+    if (touched[i] && !targets[i]->closing) targets[i]->outbound->Flush();
 }
 
 bool Gateway::Start(std::string* error) {
@@ -298,7 +296,7 @@ bool Gateway::Start(std::string* error) {
   } else {
     server_ = soup_server_new("server-header", "zolo-media-gateway", nullptr);
   }
-  soup_server_add_websocket_handler(server_, "/ws", nullptr, nullptr, OnWebSocket, this, nullptr);
+  soup_server_add_handler(server_, "/ws", OnUpgrade, this, nullptr);
   // Early handlers run only beside a normal handler of the same path: one for each.
   for (const char* path :
        {"/ws", "/images", "/healthz", "/metrics", static_cast<const char*>(nullptr)})
