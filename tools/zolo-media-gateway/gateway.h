@@ -1,6 +1,7 @@
 // The gateway server: HTTP and WebSocket on the thread-default GLib main context, library
-// calls on a worker pool, engine signals posted to the loop. Everything but the worker jobs
-// and OnSignal runs on the loop thread.
+// calls on a worker pool, engine signals posted to the loop. A worker sends its answer
+// through the client's Outbound queue itself; everything else but OnSignal runs on the loop
+// thread.
 #pragma once
 
 #include <gio/gio.h>
