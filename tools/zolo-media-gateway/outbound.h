@@ -2,7 +2,9 @@
 // once and shared by every client that gets them) and what the WebSocket layer writes itself
 // (pongs, the close frame). Bytes may be added and flushed from any thread, so a finished
 // library call answers from its worker without waiting for the main loop, and a burst of
-// events leaves in one write per client instead of one per event.
+// events leaves in one write per client instead of one per event. One thread writes at a
+// time (the lock) while the loop reads, which GIO streams allow once a TLS handshake is done,
+// and it is done before the WebSocket upgrade is read.
 #pragma once
 
 #include <gio/gio.h>
