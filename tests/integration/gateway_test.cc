@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -460,6 +461,42 @@ TEST_F(GatewayTest, SixtyFourClientsThenRefused) {
   EXPECT_EQ(extra.WaitClosed(), 4012);
   ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
   for (auto& client : clients) EXPECT_NE(client->NextOp(5), nullptr);
+}
+
+// Connections are counted whatever they carry: one over the limit is shut at once, an HTTP
+// connection that says nothing is dropped after its idle time, and a WebSocket is not.
+TEST_F(GatewayTest, ConnectionsAreBoundedAndSilentOnesDropped) {
+  config_.max_connections = 3;
+  config_.http_idle_seconds = 1;
+  StartGateway();
+  auto client = Connected();
+  auto raw_connect = [this] {
+    int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<uint16_t>(port_));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+  };
+  // True when the server closed `fd` within `ms`.
+  auto closed_within = [](int fd, int ms) {
+    pollfd wait{fd, POLLIN, 0};
+    char byte;
+    return poll(&wait, 1, ms) == 1 && recv(fd, &byte, 1, MSG_DONTWAIT) == 0;
+  };
+  int silent[2] = {raw_connect(), raw_connect()};
+  zolo::test::PumpUntil([] { return false; }, 100);
+  int extra = raw_connect();
+  EXPECT_TRUE(closed_within(extra, 500));
+  for (int fd : silent) EXPECT_FALSE(closed_within(fd, 0));
+  for (int fd : silent) EXPECT_TRUE(closed_within(fd, 3000));
+  zolo::test::PumpUntil([] { return false; }, 500);
+  JsonHolder state = Request(*client, "get_state");
+  ASSERT_NE(state, nullptr) << "the idle WebSocket was dropped";
+  EXPECT_EQ(Number(Status(state), "code"), 0);
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"too_many_connections\"}"), 1);
+  for (int fd : {silent[0], silent[1], extra}) close(fd);
 }
 
 TEST_F(GatewayTest, ImagesStayInTheirFolders) {

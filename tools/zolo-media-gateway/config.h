@@ -22,6 +22,10 @@ struct Config {
   size_t max_message_bytes = 1 << 20;
   int max_depth = 32;
   size_t max_clients = 64;
+  // Open TCP connections of any kind (HTTP and WebSocket), and how long an HTTP connection may
+  // stay silent before it is dropped.
+  size_t max_connections = 256;
+  unsigned http_idle_seconds = 30;
   int max_in_flight = 16;
   size_t max_batch = 64;
   size_t max_queue_messages = 256;

@@ -56,6 +56,39 @@ Gateway::~Gateway() {
   Stop();
 }
 
+void Gateway::OnConnection(SoupServer*, SoupServerMessage* msg, gpointer self) {
+  // Called for every request; a connection is counted at its first.
+  Gateway& gateway = *static_cast<Gateway*>(self);
+  GSocket* socket = soup_server_message_get_socket(msg);
+  std::vector<GSocket*>& open = gateway.connections_;
+  if (socket == nullptr || std::find(open.begin(), open.end(), socket) != open.end()) return;
+  if (open.size() >= gateway.config_.max_connections) gateway.PruneConnections();
+  if (open.size() >= gateway.config_.max_connections) {
+    gateway.metrics_.Refused("too_many_connections");
+    ZLOG(1, "refusing a connection: %zu open", open.size());
+    g_socket_shutdown(socket, TRUE, TRUE, nullptr);
+    return;
+  }
+  open.push_back(G_SOCKET(g_object_ref(socket)));
+  // A connection that says nothing for this long goes; a WebSocket lifts this at its upgrade
+  // and keeps itself alive with pings.
+  g_socket_set_timeout(socket, gateway.config_.http_idle_seconds);
+}
+
+void Gateway::PruneConnections() {
+  auto closed = std::remove_if(connections_.begin(), connections_.end(), [](GSocket* socket) {
+    if (!g_socket_is_closed(socket)) return false;
+    g_object_unref(socket);
+    return true;
+  });
+  connections_.erase(closed, connections_.end());
+}
+
+void Gateway::ForgetConnections() {
+  for (GSocket* socket : connections_) g_object_unref(socket);
+  connections_.clear();
+}
+
 void Gateway::OnUpgrade(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
                         gpointer self) {
   // No extensions: the gateway's messages are small, and an inflating reader is one more
@@ -73,8 +106,10 @@ void Gateway::OnUpgraded(SoupServerMessage* msg, gpointer self) {
   g_signal_handlers_disconnect_by_func(msg, reinterpret_cast<gpointer>(OnUpgraded), self);
   // A bounded kernel buffer, so that a client that stops reading shows in our own queue.
   GSocket* socket = soup_server_message_get_socket(msg);
-  if (socket != nullptr)
+  if (socket != nullptr) {
     g_socket_set_option(socket, SOL_SOCKET, SO_SNDBUF, kSendBufferBytes, nullptr);
+    g_socket_set_timeout(socket, 0);
+  }
   const char* host = soup_server_message_get_remote_host(msg);
   std::string address = host != nullptr ? host : "";
   g_object_ref(msg);  // stealing the connection may drop the server's reference

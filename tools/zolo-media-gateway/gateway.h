@@ -49,6 +49,9 @@ class Gateway {
   struct Job;
 
   // Connections and messages (gateway.cc).
+  static void OnConnection(SoupServer*, SoupServerMessage* msg, gpointer self);
+  void PruneConnections();
+  void ForgetConnections();
   static void OnUpgrade(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
                         gpointer self);
   static void OnUpgraded(SoupServerMessage* msg, gpointer self);
@@ -107,6 +110,8 @@ class Gateway {
   uint64_t next_session_ = 1;
   std::map<uint64_t, std::unique_ptr<Session>> sessions_;
   int lookups_ = 0;  // bookmark still lookups on their way back from a worker
+  // Counted connections, referenced until they are found closed.
+  std::vector<GSocket*> connections_;
 
   // Signals on their way from the bus thread to the loop.
   std::mutex signals_mutex_;

@@ -17,6 +17,7 @@ namespace {
 constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr size_t kMaxPendingSignals = 65536;
 constexpr const char* kListRequest = "get_request_list";
+constexpr int kListenBacklog = 128;
 
 // The gateway that receives the library's signal callbacks; cleared before it goes away.
 std::mutex g_active_mutex;
@@ -296,6 +297,7 @@ bool Gateway::Start(std::string* error) {
   } else {
     server_ = soup_server_new("server-header", "zolo-media-gateway", nullptr);
   }
+  g_signal_connect(server_, "request-started", G_CALLBACK(OnConnection), this);
   soup_server_add_handler(server_, "/ws", OnUpgrade, this, nullptr);
   // Early handlers run only beside a normal handler of the same path: one for each.
   for (const char* path :
@@ -318,7 +320,18 @@ bool Gateway::Start(std::string* error) {
   SoupServerListenOptions options = config_.tls_certificate.empty()
                                         ? static_cast<SoupServerListenOptions>(0)
                                         : SOUP_SERVER_LISTEN_HTTPS;
-  bool listening = soup_server_listen(server_, address, options, &failure);
+  // The socket is made here for its backlog: a burst of connections waits in the kernel
+  // instead of being dropped and retried a second later.
+  GSocket* listener = g_socket_new(g_socket_address_get_family(address), G_SOCKET_TYPE_STREAM,
+                                   G_SOCKET_PROTOCOL_TCP, &failure);
+  bool listening = listener != nullptr;
+  if (listening) {
+    g_socket_set_listen_backlog(listener, kListenBacklog);
+    listening = g_socket_bind(listener, address, TRUE, &failure) &&
+                g_socket_listen(listener, &failure) &&
+                soup_server_listen_socket(server_, listener, options, &failure);
+    g_object_unref(listener);
+  }
   g_object_unref(address);
   if (!listening) {
     *error = std::string("cannot listen: ") + failure->message;
@@ -374,6 +387,7 @@ void Gateway::Stop() {
   }
   if (server_ != nullptr) g_object_unref(server_);
   server_ = nullptr;
+  ForgetConnections();
   g_main_context_unref(context_);
   context_ = nullptr;
 }
