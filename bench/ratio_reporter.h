@@ -1,11 +1,13 @@
 // Runs the registered benchmarks and prints, for each (library, baseline) pair, both times
-// per iteration and the ratio library / baseline.
+// per iteration and the ratio library / baseline. A benchmark run with repetitions counts by
+// its median, which a burst of noise on a shared machine moves least.
 #pragma once
 
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,10 +17,14 @@ namespace zolo::bench {
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
-    for (const auto& run : runs)
-      if (run.run_type == Run::RT_Iteration || run.aggregate_name == "mean")
-        seconds_[run.run_name.function_name] =
+    for (const auto& run : runs) {
+      const std::string& name = run.run_name.function_name;
+      bool median = run.aggregate_name == "median";
+      if ((run.run_type == Run::RT_Iteration && medians_.count(name) == 0) || median)
+        seconds_[name] =
             run.GetAdjustedRealTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+      if (median) medians_.insert(name);
+    }
     ConsoleReporter::ReportRuns(runs);
   }
   double Seconds(const std::string& name) const {
@@ -28,6 +34,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
 
  private:
   std::map<std::string, double> seconds_;
+  std::set<std::string> medians_;
 };
 
 // Call from main after benchmark::Initialize. Returns 0.
