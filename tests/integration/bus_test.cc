@@ -44,6 +44,15 @@ void Record(bus_client*, void* user_data, const char* path, void* payload, int l
   g_received->changed.notify_all();
 }
 
+// A call without request text into a scratch buffer, or into `out` when given.
+int CallSync(bus_client* client, const char* service, const char* method, int request_length = 0,
+             unsigned timeout = 1, char* out = nullptr) {
+  char buffer[BUS_REPLY_BUFFER_SIZE];
+  int length = 0;
+  return bus_method_call_sync(client, service, method, nullptr, request_length, out ? out : buffer,
+                              &length, timeout);
+}
+
 class BusTest : public testing::Test {
  protected:
   static void SetUpTestSuite() { bus_ = new PrivateBus(); }
@@ -93,24 +102,23 @@ TEST_F(BusTest, MethodRoundTripCarriesRequestAndReply) {
 }
 
 TEST_F(BusTest, ForcedRepliesArriveAsGiven) {
-  std::string reply;
-  sim_.Force("start", Forced{Forced::kCode, -1012, 0, ""});
-  EXPECT_EQ(Call("start", nullptr, &reply), 0);
-  EXPECT_EQ(reply, R"({"code":-1012})");
-  sim_.Force("start", Forced{Forced::kEmpty, 0, 0, ""});
-  EXPECT_EQ(Call("start", nullptr, &reply), 0);
-  EXPECT_EQ(reply, "");
-  sim_.Force("start", Forced{Forced::kNoCode, 0, 0, R"({"id":3})"});
-  EXPECT_EQ(Call("start", nullptr, &reply), 0);
-  EXPECT_EQ(reply, R"({"id":3})");
+  const std::pair<Forced, std::string> cases[] = {
+      {Forced{Forced::kCode, -1012, 0, ""}, R"({"code":-1012})"},
+      {Forced{Forced::kEmpty, 0, 0, ""}, ""},
+      {Forced{Forced::kNoCode, 0, 0, R"({"id":3})"}, R"({"id":3})"}};
+  for (const auto& [forced, expected] : cases) {
+    std::string reply;
+    sim_.Force("start", forced);
+    EXPECT_EQ(Call("start", nullptr, &reply), 0);
+    EXPECT_EQ(reply, expected);
+  }
 }
 
 TEST_F(BusTest, TimeoutIsHonouredAndTheClientStaysUsable) {
   sim_.Force("stop", Forced{Forced::kNoReply, 0, 0, ""});
   auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Call("stop", nullptr, nullptr, 1), BUS_ETIMEDOUT);
-  auto spent = std::chrono::steady_clock::now() - start;
-  EXPECT_LT(spent, std::chrono::seconds(5));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   sim_.Force("stop", Forced{Forced::kCode, 0, 300, ""});  // late, but within the timeout
   EXPECT_EQ(Call("stop", nullptr, nullptr, 2), 0);
   EXPECT_EQ(Call("get_state", nullptr, nullptr), 0);
@@ -207,27 +215,21 @@ TEST_F(BusTest, SignalsAndCallsResumeAfterTheBusItselfRestarts) {
 }
 
 TEST_F(BusTest, BadArgumentsAreRefused) {
-  char buffer[BUS_REPLY_BUFFER_SIZE];
-  int length;
-  EXPECT_EQ(bus_method_call_sync(nullptr, "media", "get_state", nullptr, 0, buffer, &length, 1),
-            BUS_EINVAL);
-  EXPECT_EQ(bus_method_call_sync(client_, nullptr, "get_state", nullptr, 0, buffer, &length, 1),
-            BUS_EINVAL);
-  EXPECT_EQ(bus_method_call_sync(client_, "media", "bad name!", nullptr, 0, buffer, &length, 1),
-            BUS_EINVAL);
-  EXPECT_EQ(bus_method_call_sync(client_, "media", "x", nullptr, 5, buffer, &length, 1),
-            BUS_EINVAL);
-  EXPECT_EQ(bus_signal_subscribe(client_, "media", "audio_level", nullptr), BUS_EINVAL);
-  EXPECT_EQ(bus_signal_subscribe(nullptr, "media", "audio_level", Record), BUS_EINVAL);
-  EXPECT_EQ(bus_signal_unsubscribe(client_, "media", "never"), BUS_ERROR);
+  bus_client* idle = bus_client_new("idle");  // never connected: errors, not a crash
+  const std::pair<int, int> cases[] = {
+      {CallSync(nullptr, "media", "get_state"), BUS_EINVAL},
+      {CallSync(client_, nullptr, "get_state"), BUS_EINVAL},
+      {CallSync(client_, "media", "bad name!"), BUS_EINVAL},
+      {CallSync(client_, "media", "x", 5), BUS_EINVAL},  // a length without text
+      {bus_signal_subscribe(client_, "media", "audio_level", nullptr), BUS_EINVAL},
+      {bus_signal_subscribe(nullptr, "media", "audio_level", Record), BUS_EINVAL},
+      {bus_signal_unsubscribe(client_, "media", "never"), BUS_ERROR},
+      {bus_connect(nullptr, 0), BUS_EINVAL},
+      {bus_disconnect(nullptr), BUS_EINVAL},
+      {CallSync(idle, "media", "get_state"), BUS_ERROR},
+      {bus_signal_subscribe(idle, "media", "audio_level", Record), BUS_ERROR}};
+  for (size_t i = 0; i < std::size(cases); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << i;
   EXPECT_EQ(bus_client_new(nullptr), nullptr);
-  EXPECT_EQ(bus_connect(nullptr, 0), BUS_EINVAL);
-  EXPECT_EQ(bus_disconnect(nullptr), BUS_EINVAL);
-  // A client that never connected answers calls with an error, not a crash.
-  bus_client* idle = bus_client_new("idle");
-  EXPECT_EQ(bus_method_call_sync(idle, "media", "get_state", nullptr, 0, buffer, &length, 1),
-            BUS_ERROR);
-  EXPECT_EQ(bus_signal_subscribe(idle, "media", "audio_level", Record), BUS_ERROR);
   bus_client_free(idle);
 }
 
@@ -268,10 +270,7 @@ bus_client* g_calling_client = nullptr;
 std::atomic<int> g_call_result{1};
 
 void CallFromHandler(bus_client*, void*, const char*, void*, int) {
-  char buffer[BUS_REPLY_BUFFER_SIZE];
-  int length = 0;
-  g_call_result =
-      bus_method_call_sync(g_calling_client, "media", "get_state", nullptr, 0, buffer, &length, 2);
+  g_call_result = CallSync(g_calling_client, "media", "get_state", 0, 2);
 }
 
 TEST_F(BusTest, AHandlerMayCallMethodsAndCallsRunFromManyThreads) {
@@ -287,10 +286,8 @@ TEST_F(BusTest, AHandlerMayCallMethodsAndCallsRunFromManyThreads) {
   for (int t = 0; t < 4; ++t)
     threads.emplace_back([&] {
       for (int i = 0; i < 50; ++i) {
-        char buffer[BUS_REPLY_BUFFER_SIZE];
-        int length = 0;
-        if (bus_method_call_sync(client_, "media", "get_state", nullptr, 0, buffer, &length, 2) !=
-                0 ||
+        char buffer[BUS_REPLY_BUFFER_SIZE] = "";
+        if (CallSync(client_, "media", "get_state", 0, 2, buffer) != 0 ||
             std::strstr(buffer, "\"code\":0") == nullptr)
           ++failures;
         sim_.Emit("hardware_error", "{}");
