@@ -36,13 +36,12 @@ class CodecsTest : public EngineTest {
   static zm_codec_preset Record(const char* name, const char* video, const char* video_parameter,
                                 const char* audio = "AAC", const char* audio_parameter = "{}") {
     zm_codec_preset record{};
-    std::snprintf(record.name, sizeof record.name, "%s", name);
-    std::snprintf(record.video_codec, sizeof record.video_codec, "%s", video);
-    std::snprintf(record.video_codec_parameter, sizeof record.video_codec_parameter, "%s",
-                  video_parameter);
-    std::snprintf(record.audio_codec, sizeof record.audio_codec, "%s", audio);
-    std::snprintf(record.audio_codec_parameter, sizeof record.audio_codec_parameter, "%s",
-                  audio_parameter);
+    auto copy = [](auto& to, const char* from) { std::snprintf(to, sizeof to, "%s", from); };
+    copy(record.name, name);
+    copy(record.video_codec, video);
+    copy(record.video_codec_parameter, video_parameter);
+    copy(record.audio_codec, audio);
+    copy(record.audio_codec_parameter, audio_parameter);
     return record;
   }
   static std::string Summary(const zm_codec_preset& p) {
@@ -159,30 +158,22 @@ TEST_F(CodecsTest, RefusedChangesLeaveTheDatabaseAlone) {
 }
 
 TEST_F(CodecsTest, NdiPreviewFollowsAnEditedPresetWhenConfigured) {
+  // The preview profile's video codec, frame rate and gop afterwards (30 and 30 with H.264
+  // when untouched), and whether the NDI streams are enabled afterwards.
   struct Case {
     bool on;
-    const char* codec;
-    const char* parameters;
-    const char* profile;  // the preview profile's video codec and parameters afterwards
-    const char* flags;    // the NDI streams' enable flags afterwards
+    const char *codec, *parameters, *profile_codec;
+    int frame_rate, gop;
+    bool ndi_enabled;
   };
-  const char* kProfile = R"({"width":640,"height":360,"frame_rate":30,"bitrate":1000,"gop":30})";
   const Case cases[] = {
-      {true, "H.264", R"({"frame_rate":60,"gop":120})",
-       R"(H.264 {"width":640,"height":360,"frame_rate":30,"bitrate":1000,"gop":120})",
-       "ndi1=1 preview-ndi-sub=1 "},
-      {true, "H.265", R"({"frame_rate":50,"gop":50})",
-       R"(H.265 {"width":640,"height":360,"frame_rate":25,"bitrate":1000,"gop":50})",
-       "ndi1=1 preview-ndi-sub=1 "},
-      {true, "H.264", R"({"frame_rate":59,"gop":59})",
-       R"(H.264 {"width":640,"height":360,"frame_rate":59,"bitrate":1000,"gop":59})",
-       "ndi1=1 preview-ndi-sub=1 "},
-      {true, "H.264", R"({"frame_rate":24})",  // no "gop": the profile keeps its own
-       R"(H.264 {"width":640,"height":360,"frame_rate":24,"bitrate":1000,"gop":30})",
-       "ndi1=1 preview-ndi-sub=1 "},
-      {true, "RAW", R"({"frame_rate":60})", "", "ndi1=0 preview-ndi-sub=0 "},
-      {false, "H.264", R"({"frame_rate":60,"gop":60})", "", "ndi1=1 preview-ndi-sub=1 "},
-      {false, "RAW", R"({"frame_rate":60})", "", "ndi1=1 preview-ndi-sub=1 "},
+      {true, "H.264", R"({"frame_rate":60,"gop":120})", "H.264", 30, 120, true},
+      {true, "H.265", R"({"frame_rate":50,"gop":50})", "H.265", 25, 50, true},
+      {true, "H.264", R"({"frame_rate":59,"gop":59})", "H.264", 59, 59, true},
+      {true, "H.264", R"({"frame_rate":24})", "H.264", 24, 30, true},  // the profile keeps its gop
+      {true, "RAW", R"({"frame_rate":60})", "H.264", 30, 30, false},
+      {false, "H.264", R"({"frame_rate":60,"gop":60})", "H.264", 30, 30, true},
+      {false, "RAW", R"({"frame_rate":60})", "H.264", 30, 30, true},
   };
   for (const auto& c : cases) {
     SetNdiFollowUp(c.on);
@@ -198,10 +189,13 @@ TEST_F(CodecsTest, NdiPreviewFollowsAnEditedPresetWhenConfigured) {
     zm_codec_preset edit = Record("My Event", c.codec, c.parameters);
     ASSERT_EQ(zm_set_codec_preset(kUserPreset, &edit), 0) << label;
     zm_codec_preset profile = Preset(kPreviewProfile);
-    std::string expected = *c.profile ? c.profile : std::string("H.264 ") + kProfile;
-    EXPECT_EQ(std::string(profile.video_codec) + " " + profile.video_codec_parameter, expected)
+    EXPECT_EQ(std::string(profile.video_codec) + " " + profile.video_codec_parameter,
+              std::string(c.profile_codec) + R"( {"width":640,"height":360,"frame_rate":)" +
+                  std::to_string(c.frame_rate) + R"(,"bitrate":1000,"gop":)" +
+                  std::to_string(c.gop) + "}")
         << label;
-    EXPECT_EQ(NdiFlags(), c.flags) << label;
+    EXPECT_EQ(NdiFlags(), c.ndi_enabled ? "ndi1=1 preview-ndi-sub=1 " : "ndi1=0 preview-ndi-sub=0 ")
+        << label;
     bool raw = std::string(c.codec) == "RAW";
     EXPECT_EQ(log.Has(std::string(raw ? "Disable" : "Enable") + " NDI|HX preview stream: ndi1", 2),
               c.on)
