@@ -18,22 +18,27 @@ using zolo::sim::Forced;
 using zolo::test::EngineTest;
 using zolo::test::LogCapture;
 
-class FrameTest : public EngineTest {};
-
-struct CodeCase {
-  int service;
-  int library;
+class FrameTest : public EngineTest {
+ protected:
+  // Releases the library and starts it again on the sandbox as it is now.
+  int Reinit() {
+    zm_release();
+    initialized_ = zm_init(false) == 0;
+    return initialized_ ? 0 : -1;
+  }
 };
 
 TEST_F(FrameTest, EngineCodesMapThroughTheTable) {
-  const CodeCase table[] = {{0, 0},       {-5, -6},     {-1001, -1},  {-1002, -2},  {-1003, -3},
-                            {-1004, -4},  {-1005, -5},  {-1006, -10}, {-1007, -1},  {-1008, -1},
-                            {-1009, -11}, {-1010, -1},  {-1011, -7},  {-1012, -7},  {-1013, -8},
-                            {-1014, -9},  {-1015, -12}, {-1016, -13}, {-1017, -14}, {-1018, -15},
-                            {-1019, -1},  {1, -1},      {-6, -1},     {12345, -1}};
+  const std::pair<int, int> table[] = {// engine code, library code{0, 0},       {-5, -6}, {-1001,
+                                       // -1},  {-1002, -2},  {-1003, -3},
+                                       {-1004, -4},  {-1005, -5},  {-1006, -10}, {-1007, -1},
+                                       {-1008, -1},  {-1009, -11}, {-1010, -1},  {-1011, -7},
+                                       {-1012, -7},  {-1013, -8},  {-1014, -9},  {-1015, -12},
+                                       {-1016, -13}, {-1017, -14}, {-1018, -15}, {-1019, -1},
+                                       {1, -1},      {-6, -1},     {12345, -1}};
   for (const auto& c : table) {
-    sim_.Force("start", Forced{Forced::kCode, c.service, 0, ""});
-    EXPECT_EQ(zm_start(), c.library) << "engine code " << c.service;
+    sim_.Force("start", Forced{Forced::kCode, c.first, 0, ""});
+    EXPECT_EQ(zm_start(), c.second) << "engine code " << c.first;
   }
 }
 
@@ -130,23 +135,15 @@ TEST_F(FrameTest, InitTwiceReleaseTwiceAndCallsAfterRelease) {
 }
 
 TEST_F(FrameTest, InitReadsTheFirmwareVariableAndFailsWithoutConfiguration) {
-  zm_release();
-  initialized_ = false;
   LogCapture log;
-  ASSERT_EQ(zm_init(false), 0);
-  initialized_ = true;
+  ASSERT_EQ(Reinit(), 0);
   EXPECT_TRUE(log.Has("movie_resource: 2", 3)) << log.Dump();
-  zm_release();
-  initialized_ = false;
   std::remove(sandbox_->Path("/etc/fw_env.config").c_str());
   log.Clear();
-  ASSERT_EQ(zm_init(false), 0);
-  initialized_ = true;
+  ASSERT_EQ(Reinit(), 0);
   EXPECT_TRUE(log.Has("movie_resource does not found", 3));
-  zm_release();
-  initialized_ = false;
   std::remove(sandbox_->Path("/etc/media.conf").c_str());
-  EXPECT_EQ(zm_init(false), -1);
+  EXPECT_EQ(Reinit(), -1);
 }
 
 TEST_F(FrameTest, DatabaseCommandsAndPatches) {
