@@ -3,6 +3,7 @@
 #include <zolo/media.h>
 #include <zolo_model/media_model.h>
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,14 @@
 #include "model_fixture.h"
 
 namespace {
+
+// The fields joined by '|', so one comparison shows every field out of place.
+template <class... Fields>
+std::string Joined(const Fields&... fields) {
+  std::ostringstream text;
+  ((text << fields << '|'), ...);
+  return text.str();
+}
 
 class SourcesTest : public zolo::test::ModelTest {
  protected:
@@ -75,31 +84,20 @@ TEST_F(SourcesTest, EveryFieldFromParametersAndAuthentication) {
   for (const Case& c : cases) {
     zm_source s = Source(c.id, c.user);
     SCOPED_TRACE(s.name);
-    EXPECT_STREQ(s.resolution, c.resolution);
-    EXPECT_STREQ(s.codec, c.codec);
-    EXPECT_EQ(s.frame_rate, c.frame_rate);
-    EXPECT_EQ(s.rotate, c.rotate);
-    EXPECT_EQ(s.encryption, c.encryption);
-    EXPECT_EQ(s.key_length, c.key_length);
-    EXPECT_STREQ(s.passphrase, c.passphrase);
-    EXPECT_EQ(s.source_port, c.source_port);
-    EXPECT_EQ(s.audio_delay, c.audio_delay);
-    EXPECT_EQ(s.latency, c.latency);
+    EXPECT_EQ(Joined(s.resolution, s.codec, s.frame_rate, s.rotate, s.encryption, s.key_length,
+                     s.passphrase, s.source_port, s.audio_delay, s.latency),
+              Joined(c.resolution, c.codec, c.frame_rate, c.rotate, c.encryption, c.key_length,
+                     c.passphrase, c.source_port, c.audio_delay, c.latency));
   }
   Exec(
       "UPDATE channel_source SET fixed = 0, available = 0, enabled = 1, int_attr1 = -7, "
       "int_attr2 = 9, extra = 'e1', extra2 = 'e2', name = printf('%.600c', 'n') WHERE id = 1");
   zm_source capture = Source(1);
   EXPECT_EQ(std::string(capture.name).size(), 511u);
-  EXPECT_STREQ(capture.type, "video");
-  EXPECT_STREQ(capture.category, "capture");
-  EXPECT_STREQ(capture.sub_address, "SC0710:RAW 01.00 0401f717");
-  EXPECT_STREQ(capture.authentication, "{}");
-  EXPECT_EQ(capture.fixed + capture.available * 2 + capture.enabled_flag * 4, 4);
-  EXPECT_EQ(capture.int_attr1, -7);
-  EXPECT_EQ(capture.int_attr2, 9);
-  EXPECT_STREQ(capture.extra, "e1");
-  EXPECT_STREQ(capture.extra2, "e2");
+  EXPECT_EQ(Joined(capture.type, capture.category, capture.sub_address, capture.authentication,
+                   capture.fixed + capture.available * 2 + capture.enabled_flag * 4,
+                   capture.int_attr1, capture.int_attr2, capture.extra, capture.extra2),
+            "video|capture|SC0710:RAW 01.00 0401f717|{}|4|-7|9|e1|e2|");
 }
 
 TEST_F(SourcesTest, MacMarkersInUrls) {
@@ -123,11 +121,10 @@ TEST_F(SourcesTest, QueryFormsAppendAndReportFailures) {
   EXPECT_EQ(zm_get_source(999, &sources), -5);
   EXPECT_EQ(zm_get_user_source(-1, &sources), -5);
   EXPECT_EQ(sources.size(), 26u);
-  EXPECT_EQ(zm_get_source(0, nullptr), -3);
-  EXPECT_EQ(zm_get_user_source(1, nullptr), -3);
-  EXPECT_EQ(zm_get_channel(0, nullptr), -1);
-  EXPECT_EQ(zm_get_channel_available_user_sources(0, nullptr), -3);
-  EXPECT_EQ(zm_get_channel_available_sources(1, nullptr), -3);
+  EXPECT_EQ(Joined(zm_get_source(0, nullptr), zm_get_user_source(1, nullptr),
+                   zm_get_channel(0, nullptr), zm_get_channel_available_user_sources(0, nullptr),
+                   zm_get_channel_available_sources(1, nullptr)),
+            "-3|-3|-1|-3|-3|");
   std::vector<zm_channel> channels;
   EXPECT_EQ(zm_get_channel(999, &channels), -5);
   EXPECT_EQ(zm_get_channel_count(), 14);
@@ -139,27 +136,20 @@ TEST_F(SourcesTest, QueryFormsAppendAndReportFailures) {
 
   MediaModel::Instance()->Release();
   std::vector<zm_channel_sources> lists;
-  EXPECT_EQ(zm_get_source(0, &sources), -5);
-  EXPECT_EQ(zm_get_user_source(1, &sources), -5);
-  EXPECT_EQ(zm_get_channel(0, &channels), -5);
-  EXPECT_EQ(zm_get_channel_available_user_sources(0, &lists), -5);
-  EXPECT_EQ(zm_get_channel_available_sources(1, &sources), -5);
-  EXPECT_EQ(zm_get_channel_count(), 0);
+  EXPECT_EQ(Joined(zm_get_source(0, &sources), zm_get_user_source(1, &sources),
+                   zm_get_channel(0, &channels), zm_get_channel_available_user_sources(0, &lists),
+                   zm_get_channel_available_sources(1, &sources), zm_get_channel_count()),
+            "-5|-5|-5|-5|-5|0|");
   EXPECT_EQ(sources.size(), 26u);
   EXPECT_TRUE(channels.empty() && lists.empty());
 }
 
 TEST_F(SourcesTest, ChannelsCarryLinksOrdinalAndPreviewUrl) {
-  zm_channel srt = ChannelRecord(8);
-  EXPECT_EQ(srt.video_source_id, 8);
-  EXPECT_STREQ(srt.video_source_name, "SRT-LISTENER1");
-  EXPECT_EQ(srt.audio_user_source_id, 2);
-  EXPECT_STREQ(srt.audio_user_source_name, "Remote Studio");
-  EXPECT_EQ(srt.ordinal, 1);
-  zm_channel mix = ChannelRecord(10);
-  EXPECT_EQ(mix.video_source_id, 0);
-  EXPECT_STREQ(mix.video_source_name, "");
-  EXPECT_EQ(mix.attribute, 1);
+  zm_channel srt = ChannelRecord(8), mix = ChannelRecord(10);
+  EXPECT_EQ(Joined(srt.video_source_id, srt.video_source_name, srt.audio_user_source_id,
+                   srt.audio_user_source_name, srt.ordinal),
+            "8|SRT-LISTENER1|2|Remote Studio|1|");
+  EXPECT_EQ(Joined(mix.video_source_id, mix.video_source_name, mix.attribute), "0||1|");
   EXPECT_EQ(ChannelRecord(9).ordinal, 0);  // "Movie": empty text
 
   // The preview stream (whole lower-case address), else a network source's own URL (last
