@@ -63,9 +63,11 @@ class RecordingModelTest : public testing::Test {
   std::string FolderPath(const std::string& relative) const {
     return folder_.substr(sandbox_.root().size()) + "/" + relative;
   }
-  std::vector<std::string> Names(const std::vector<Recording*>& rows) {
+  // The names of a query's rows, which it then releases.
+  std::vector<std::string> Names(std::vector<Recording*>* rows) {
     std::vector<std::string> names;
-    for (const Recording* row : rows) names.push_back(row->name());
+    for (const Recording* row : *rows) names.push_back(row->name());
+    MediaModel::CleanQuery(*rows);
     return names;
   }
 
@@ -127,8 +129,7 @@ TEST_F(RecordingModelTest, PatternsMatchTheirTextLiterallyWithinTheTimeRange) {
   for (const Case& c : cases) {
     std::vector<Recording*> rows;
     ASSERT_EQ(Recording::QueryByTimeAndMetadataPattern(c.start, c.end, c.pattern, &rows), 0);
-    EXPECT_EQ(Names(rows), c.names) << c.pattern << " " << c.start << "-" << c.end;
-    MediaModel::CleanQuery(rows);
+    EXPECT_EQ(Names(&rows), c.names) << c.pattern << " " << c.start << "-" << c.end;
   }
   EXPECT_EQ(Recording::Count(), 4);
 }
@@ -139,23 +140,20 @@ TEST_F(RecordingModelTest, StatusFinishAndAgeQueries) {
   AddRecording("new", 900);
   std::vector<Recording*> rows;
   ASSERT_EQ(Recording::QueryByFinshedAt(0, &rows), 0);
-  EXPECT_EQ(Names(rows), std::vector<std::string>{"open"});
-  MediaModel::CleanQuery(rows);
+  EXPECT_EQ(Names(&rows), std::vector<std::string>{"open"});
   ASSERT_EQ(Recording::QueryByRecordedAtLessThan(600, &rows), 0);
-  EXPECT_EQ(Names(rows), (std::vector<std::string>{"open", "old"}));
-  MediaModel::CleanQuery(rows);
+  EXPECT_EQ(Names(&rows), (std::vector<std::string>{"open", "old"}));
   // Unfinished recordings are not ready for thumbnails yet.
   ASSERT_EQ(Recording::QueryByNoThumbnail(&rows), 0);
-  EXPECT_EQ(Names(rows), (std::vector<std::string>{"new", "old"}));
-  MediaModel::CleanQuery(rows);
+  EXPECT_EQ(Names(&rows), (std::vector<std::string>{"new", "old"}));
 
   Recording* row = nullptr;
   ASSERT_EQ(Recording::QueryById(open, &row), 0);
   row->status("recording");
   EXPECT_EQ(Recording::Update(row), 0);
   delete row;
-  EXPECT_EQ(Recording::Count("recording"), 1);
-  EXPECT_EQ(Recording::Count("ready"), 2);
+  EXPECT_EQ(std::make_pair(Recording::Count("recording"), Recording::Count("ready")),
+            std::make_pair(1, 2));
   ASSERT_EQ(Recording::QueryOldest(&row), 0);
   EXPECT_EQ(row->name(), "old");
   delete row;
@@ -208,11 +206,11 @@ TEST_F(RecordingModelTest, RepairsAnUnfinishedRecordingFromItsFiles) {
   row->duration(0);
   ASSERT_EQ(row->UpdateVideos(), 0);
   ASSERT_EQ(row->videos().size(), 2u);
-  EXPECT_EQ(row->videos()[0]->status(), "Finished");
-  EXPECT_EQ(row->videos()[0]->finished_at(), 1090u);
-  EXPECT_EQ(row->videos()[0]->duration(), 90000u);
-  EXPECT_EQ(row->videos()[1]->status(), "Missing");
-  EXPECT_EQ(row->duration(), 90000u);
+  const Video& first_video = *row->videos()[0];
+  EXPECT_EQ(first_video.status() + " " + std::to_string(first_video.finished_at()) + " " +
+                std::to_string(first_video.duration()) + " " + row->videos()[1]->status() + " " +
+                std::to_string(row->duration()),
+            "Finished 1090 90000 Missing 90000");
 
   ASSERT_EQ(row->UpdateMetaDataFiles(), 0);
   cJSON* info = cJSON_Parse(ReadFile(folder_ + "/cut/information.json").c_str());
@@ -261,10 +259,9 @@ TEST_F(RecordingModelTest, SnapshotsOfRecordingsAndOnRequestWithTheirImages) {
   orphan.snapshot_id(9999);
   EXPECT_EQ(Image::Add(&orphan), -2);
 
-  EXPECT_EQ(Snapshot::Count(), 2);
-  EXPECT_EQ(Snapshot::Count("pending"), 1);
-  EXPECT_EQ(Image::Count(request.id()), 5);
-  EXPECT_EQ(Image::Count("new"), 2);
+  EXPECT_EQ(std::vector<int>({Snapshot::Count(), Snapshot::Count("pending"),
+                              Image::Count(request.id()), Image::Count("new")}),
+            std::vector<int>({2, 1, 5, 2}));
 
   Snapshot* found = nullptr;
   ASSERT_EQ(Snapshot::QueryByFolder("manual-1", &found), 0);
@@ -320,9 +317,8 @@ TEST_F(RecordingModelTest, BadArgumentsAndUnknownIds) {
 TEST_F(RecordingModelTest, NothingWorksWithoutAConnectionAndBadFilesAreRefused) {
   RecordingDb::Instance()->Release(true);
   std::vector<Recording*> rows;
-  EXPECT_EQ(Recording::QueryAll(&rows), -1);
-  EXPECT_EQ(Recording::Count(), -1);
-  EXPECT_EQ(Snapshot::Count(), -1);
+  for (int result : {Recording::QueryAll(&rows), Recording::Count(), Snapshot::Count()})
+    EXPECT_EQ(result, -1);
 
   sandbox_.WriteFile("/etc/media.conf", "[Recording]\ndatabase=/data/corrupt.db\n");
   sandbox_.WriteFile("/data/corrupt.db", std::string(4096, 'x'));
