@@ -40,6 +40,9 @@ class MixerLiveTest : public EngineTest {
     EngineTest::SetUp();
     for (const char* name : {"video_layout", "video_background", "video_overlay"})
       ASSERT_EQ(zm_register_signal(name, OnMixerSignal), 0);
+    ClearSignals();
+  }
+  static void ClearSignals() {
     std::lock_guard<std::mutex> lock(g_mutex);
     g_signals.clear();
   }
@@ -79,10 +82,7 @@ TEST_F(MixerLiveTest, LayoutPayloadAndSignalForEveryMixerValue) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.mixer);
     sim_.ClearRequests();
-    {
-      std::lock_guard<std::mutex> lock(g_mutex);
-      g_signals.clear();
-    }
+    ClearSignals();
     EXPECT_EQ(zm_set_video_layout(6, static_cast<ZM_MIXER>(c.mixer), true, false), c.result);
     std::string payload = R"({"id":6,)" +
                           (c.target.empty() ? "" : R"("mixer":")" + c.target + "\",") +
@@ -100,59 +100,40 @@ TEST_F(MixerLiveTest, LayoutPayloadAndSignalForEveryMixerValue) {
 }
 
 TEST_F(MixerLiveTest, EngineStateRulesRefuseWithoutFurtherRequests) {
-  using Call = int (*)();
   struct Case {
-    const char* name;
-    Call call;
     const char* method;
-    std::vector<int> allowed;  // engine states in which the command is sent
+    int (*call)();
   };
-  const Case cases[] = {
-      {"layout default",
-       [] { return zm_set_video_layout(1, ZM_MIXER_DEFAULT, false, false); },
-       "set_video_layout",
-       {1, 3}},
-      {"layout main",
-       [] { return zm_set_video_layout(1, ZM_MIXER_0, false, false); },
-       "set_video_layout",
-       {1, 3, 4}},
-      {"display layout",
-       [] { return zm_set_display_layout(48, false); },
-       "set_video_layout",
-       {1, 3, 4}},
-      {"background",
-       [] { return zm_set_video_background(2, ZM_MIXER_1); },
-       "set_video_background",
-       {1, 3}},
-      {"foreground",
-       [] { return zm_set_video_foreground(ZM_MIXER_0, 17); },
-       "set_video_foreground",
-       {1, 3, 4}},
-      {"logo",
-       [] { return zm_set_video_logo(33, 0.5, 0.5, ZM_MIXER_0); },
-       "set_video_overlay",
-       {1, 3}},
-      {"system overlay",
-       [] { return zm_set_video_system_overlay(49, 0.1, 0.1, ZM_MIXER_0); },
-       "set_video_system_overlay",
-       {1, 3}},
-      {"theme", [] { return zm_set_video_theme(1, ZM_MIXER_0); }, "set_video_theme", {1, 3}},
-      {"intermission",
-       [] { return zm_set_video_intermission(1); },
-       "set_intermission_mode",
-       {1, 3, 4}},
-  };
-  for (const Case& c : cases) {
-    for (int state = 0; state <= 4; ++state) {
-      SCOPED_TRACE(std::string(c.name) + " in state " + std::to_string(state));
-      sim_.set_state(state);
-      sim_.ClearRequests();
-      bool allowed = std::find(c.allowed.begin(), c.allowed.end(), state) != c.allowed.end();
-      EXPECT_EQ(c.call(), allowed ? 0 : -4);
-      EXPECT_EQ(sim_.Requests(c.method).size(), allowed ? 1u : 0u);
-      EXPECT_EQ(sim_.Requests().size(), allowed ? 2u : 1u);  // get_state first
+  // Commands sent only while idle or live (states 1 and 3).
+  const Case idle_or_live[] = {
+      {"set_video_layout", [] { return zm_set_video_layout(1, ZM_MIXER_DEFAULT, false, false); }},
+      {"set_video_background", [] { return zm_set_video_background(2, ZM_MIXER_1); }},
+      {"set_video_overlay", [] { return zm_set_video_logo(33, 0.5, 0.5, ZM_MIXER_0); }},
+      {"set_video_system_overlay",
+       [] { return zm_set_video_system_overlay(49, 0.1, 0.1, ZM_MIXER_0); }},
+      {"set_video_theme", [] { return zm_set_video_theme(1, ZM_MIXER_0); }}};
+  // Commands also sent while paused (state 4).
+  const Case also_paused[] = {
+      {"set_video_layout", [] { return zm_set_video_layout(1, ZM_MIXER_0, false, false); }},
+      {"set_video_layout", [] { return zm_set_display_layout(48, false); }},
+      {"set_video_foreground", [] { return zm_set_video_foreground(ZM_MIXER_0, 17); }},
+      {"set_intermission_mode", [] { return zm_set_video_intermission(1); }}};
+  auto check = [this](const auto& cases, bool paused_too) {
+    for (const Case& c : cases) {
+      for (int state = 0; state <= 4; ++state) {
+        SCOPED_TRACE(std::string(c.method) + " #" + std::to_string(&c - cases) + " in state " +
+                     std::to_string(state));
+        sim_.set_state(state);
+        sim_.ClearRequests();
+        bool allowed = state == 1 || state == 3 || (paused_too && state == 4);
+        EXPECT_EQ(c.call(), allowed ? 0 : -4);
+        EXPECT_EQ(sim_.Requests(c.method).size(), allowed ? 1u : 0u);
+        EXPECT_EQ(sim_.Requests().size(), allowed ? 2u : 1u);  // get_state first
+      }
     }
-  }
+  };
+  check(idle_or_live, false);
+  check(also_paused, true);
 }
 
 TEST_F(MixerLiveTest, BadArgumentsAreRefusedBeforeAnyRequest) {
@@ -162,17 +143,13 @@ TEST_F(MixerLiveTest, BadArgumentsAreRefusedBeforeAnyRequest) {
       {[] { return zm_set_display_layout(-1, false); }, -3},
       {[] { return zm_set_video_theme(0, ZM_MIXER_0); }, -3},
       {[] {
-         zm_theme theme{};
-         theme.overlay = -1;
-         return zm_set_video_theme(theme, ZM_MIXER_0);
+         return zm_set_video_theme(zm_theme{0, "", 0, 0, -1, 0}, ZM_MIXER_0);
        },
        -3},
       {[] { return zm_make_video_snapshot(ZM_MIXER_0, "/tmp/a.jpg", 64, 36); }, -3},
       {[] { return zm_make_video_snapshot(ZM_MIXER_0, nullptr, 64, 36); }, -3},
       {[] {
-         zm_output_color color{};
-         color.hue = -1;
-         return zm_set_output_color("display1", color);
+         return zm_set_output_color("display1", zm_output_color{"", 0, 0, 0, -1});
        },
        -3},
       {[] { return zm_get_video_background(nullptr, ZM_MIXER_0); }, -3},
@@ -211,11 +188,7 @@ TEST_F(MixerLiveTest, SwitchesAgreeWithTheGettersAndSignals) {
   EXPECT_EQ(background.id, 1);
 
   // The theme record form binds its layout, background and overlay.
-  zm_theme theme{};
-  theme.layout = 7;
-  theme.background = 2;
-  theme.overlay = 0;
-  EXPECT_EQ(zm_set_video_theme(theme, ZM_MIXER_2), 0);
+  EXPECT_EQ(zm_set_video_theme(zm_theme{0, "", 7, 2, 0, 0}, ZM_MIXER_2), 0);
   EXPECT_EQ(Sent("set_video_theme"),
             R"({"layout":7,"overlay":0,"background":2,"mixer":"zolo://video/mixer/2"})");
   EXPECT_EQ(zm_get_video_layout(ZM_MIXER_2), 7);
@@ -245,13 +218,11 @@ TEST_F(MixerLiveTest, EngineRefusalsChangeNothing) {
       {-3, [] { return zm_make_video_snapshot(ZM_MIXER_0, "file:///tmp/a.jpg", 0, 36); }},
       {-5,
        [] {
-         zm_output_color color{"nowhere", 1, 1, 1, 1};
-         return zm_set_output_color("nowhere", color);
+         return zm_set_output_color("nowhere", {"nowhere", 1, 1, 1, 1});
        }},
       {-3,
        [] {
-         zm_output_color color{"display1", 1000, 1, 1, 1};
-         return zm_set_output_color("display1", color);
+         return zm_set_output_color("display1", {"display1", 1000, 1, 1, 1});
        }},
   };
   for (size_t i = 0; i < std::size(cases); ++i) {
