@@ -87,6 +87,9 @@ class SourceInputTest : public EngineTest {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     return log.Has(message, 2);
   }
+  static void Exec(const std::string& sql) {
+    ASSERT_EQ(zm_execute_db_command(sql.c_str()), 0) << sql;
+  }
   zm_source UserSource(int id) {
     std::vector<zm_source> out;
     EXPECT_EQ(zm_get_user_source(id, &out), 0);
@@ -148,9 +151,8 @@ TEST_F(SourceInputTest, InputAdjustmentReadsBackAndKeepsWhatTheReplyLacks) {
              Forced{Forced::kNoCode, 0, 0, R"({"code":0,"phase":"7","position":4})"});
   param = {11, 22, 33};
   ASSERT_EQ(zm_get_channel_input_param(2, &param), 0);
-  EXPECT_EQ(param.auto_adjust, 11);
-  EXPECT_EQ(param.phase, 22);
-  EXPECT_EQ(param.position, 4);
+  EXPECT_EQ(std::vector<int>({param.auto_adjust, param.phase, param.position}),
+            std::vector<int>({11, 22, 4}));
 
   sim_.ClearRequests();
   EXPECT_EQ(zm_get_channel_input_param(999, &param), -5);
@@ -199,15 +201,15 @@ TEST_F(SourceInputTest, ChannelSnapshotsAreJpegFilesOfTheRequestedSize) {
   EXPECT_EQ(zm_make_channel_snapshot(1, "file:///no/such/folder/x.jpg", 64, 48), -1);
   EXPECT_EQ(zm_make_channel_snapshot(1, "file:///var/lib/zolo/x.jpg", 0, 48), -3);
   EXPECT_FALSE(DecodeJpeg(sandbox_->Path("/var/lib/zolo/x.jpg"), &width, &height));
-  ASSERT_EQ(zm_execute_db_command("UPDATE channel SET name = 'Program' WHERE name = 'Movie'"), 0);
+  Exec("UPDATE channel SET name = 'Program' WHERE name = 'Movie'");
   EXPECT_EQ(zm_make_channel_snapshot(1, "file:///var/lib/zolo/x.jpg", 64, 48), -2);
 }
 
 TEST_F(SourceInputTest, PreviewSnapshotWritesTheUserSourcesPreviewDest) {
   LogCapture log;
   ASSERT_EQ(zm_make_channel_preview_snapshot(7, 160, 90), 0);
-  EXPECT_TRUE(log.Has("zm_make_channel_preview_snapshot in\n", 2));
-  EXPECT_TRUE(log.Has("zm_make_channel_preview_snapshot out\n", 2));
+  EXPECT_TRUE(log.Has("zm_make_channel_preview_snapshot in\n", 2) &&
+              log.Has("zm_make_channel_preview_snapshot out\n", 2));
   ASSERT_TRUE(WaitForLog(log, "make_channel_preview_snapshot_task out")) << log.Dump();
   EXPECT_TRUE(log.Has("make_channel_preview_snapshot_task: user source name is Lobby Camera", 2));
   const std::string file = "/var/lib/zolo/media/images/snapshot/snapshot_001.jpg";
@@ -220,11 +222,8 @@ TEST_F(SourceInputTest, PreviewSnapshotWritesTheUserSourcesPreviewDest) {
   EXPECT_EQ(Payload("change_media_data"), R"({"type":1,"data":10,"id":1})");
 
   // A failed picture changes nothing and tells nobody.
-  ASSERT_EQ(zm_execute_db_command("INSERT INTO user_source (id, name, url) VALUES (1234, 'big', "
-                                  "'rtsp://h/x')"),
-            0);
-  ASSERT_EQ(zm_execute_db_command("UPDATE channel SET video_user_source_id = 1234 WHERE id = 7"),
-            0);
+  Exec("INSERT INTO user_source (id, name, url) VALUES (1234, 'big', 'rtsp://h/x')");
+  Exec("UPDATE channel SET video_user_source_id = 1234 WHERE id = 7");
   sim_.Force("make_channel_snapshot", Forced{Forced::kCode, -1001, 0, ""});
   sim_.ClearRequests();
   log.Clear();
@@ -236,9 +235,7 @@ TEST_F(SourceInputTest, PreviewSnapshotWritesTheUserSourcesPreviewDest) {
 
   // Parameters that do not parse are kept as they are, not replaced by the one member.
   const std::string broken = R"({"latency":200,)";
-  ASSERT_EQ(zm_execute_db_command(
-                ("UPDATE user_source SET parameters = '" + broken + "' WHERE id = 1234").c_str()),
-            0);
+  Exec("UPDATE user_source SET parameters = '" + broken + "' WHERE id = 1234");
   sim_.Force("make_channel_snapshot", Forced{Forced::kCode, 0, 0, ""});
   log.Clear();
   ASSERT_EQ(zm_make_channel_preview_snapshot(7, 160, 90), 0);
@@ -274,7 +271,7 @@ TEST_F(SourceInputTest, PreviewSnapshotOutlivesARelease) {
     EXPECT_STREQ(UserSource(2).preview_dest,
                  "/var/lib/zolo/media/images/snapshot/snapshot_002.jpg");
     EXPECT_EQ(Payload("change_media_data"), R"({"type":1,"data":10,"id":2})");
-    ASSERT_EQ(zm_execute_db_command("UPDATE user_source SET parameters = '{}' WHERE id = 2"), 0);
+    Exec("UPDATE user_source SET parameters = '{}' WHERE id = 2");
   }
 }
 
