@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -291,11 +290,7 @@ TEST_F(MixerLiveTest, SnapshotWritesAJpegAndColourRoundTrips) {
   EXPECT_EQ(
       Sent("make_video_snapshot"),
       R"({"mixer":"zolo://video/display_mixer/0","uri":"file:///tmp/shots/a.jpg","width":64,"height":36})");
-  std::ifstream jpeg(sandbox_->Path("/tmp/shots/a.jpg"), std::ios::binary);
-  char magic[2] = {};
-  jpeg.read(magic, 2);
-  EXPECT_EQ(static_cast<unsigned char>(magic[0]) * 256 + static_cast<unsigned char>(magic[1]),
-            0xFFD8);
+  EXPECT_EQ(zolo::test::ReadFile(sandbox_->Path("/tmp/shots/a.jpg")).substr(0, 2), "\xFF\xD8");
 
   zm_output_color color{"display1", 60, 40, 55, 10};
   EXPECT_EQ(zm_set_output_color("display1", color), 0);
