@@ -23,8 +23,9 @@ class FrameTest : public EngineTest {
   // Releases the library and starts it again on the sandbox as it is now.
   int Reinit() {
     zm_release();
-    initialized_ = zm_init(false) == 0;
-    return initialized_ ? 0 : -1;
+    int result = zm_init(false);
+    initialized_ = result == 0;
+    return result;
   }
 };
 
