@@ -393,6 +393,14 @@ setInterval(() => { audio.dirty = true; }, 250);  // let held peaks fall back
 
 // --- Recordings ------------------------------------------------------------------------
 
+// A bookmark's still, or a labelled placeholder when it has none or it does not load.
+const noStill = () => element('div', { class: 'nostill' }, 'no still');
+function still(src) {
+  const img = element('img', { src, alt: '', loading: 'lazy' });
+  img.addEventListener('error', () => img.replaceWith(noStill()), { once: true });
+  return img;
+}
+
 const recordings = {
   panel: $('#recordings'),
   page: 1,
@@ -446,7 +454,7 @@ const recordings = {
       element('li', {}, v.file_name, ' ', element('span', { class: 'muted' }, `${v.status} · ${clock((v.duration || 0) / 1000)}`))));
     const items = marks.ok ? (marks.data.bookmark?.items || list(marks.data)) : [];
     const bookmarks = element('div', { class: 'stills' }, ...items.map((b) => element('figure', {},
-      b.snapshot ? element('img', { src: `/images/bookmarks/${record.id}/${b.snapshot.split('/').map(encodeURIComponent).join('/')}`, alt: '', loading: 'lazy' }) : element('div', { class: 'nostill' }),
+      b.snapshot ? still(`/images/bookmarks/${record.id}/${b.snapshot.split('/').map(encodeURIComponent).join('/')}`) : noStill(),
       element('figcaption', {}, `${clock(b.time / 1000)} ${b.text}`))));
     detail.replaceChildren(element('h3', {}, record.name || `Recording ${record.id}`),
       element('p', { class: 'muted' }, `${localTime(record.recorded_at)} · ${record.status}`),

@@ -319,6 +319,11 @@ class ConsoleTest(unittest.TestCase):
                    message="search finds the recording by name")
         self.driver.find_element(By.CSS_SELECTOR, "#rec-table tbody tr:first-child").click()
         self.until(lambda d: "Videos" in self.text("#rec-detail"), message="recording detail")
+        # Every bookmark shows its still or says it has none; no broken image stays.
+        self.until(lambda d: d.execute_script(
+            "return [...document.querySelectorAll('#rec-detail .stills figure')].every(f =>"
+            " f.querySelector('.nostill') || f.querySelector('img').naturalWidth > 0)"),
+            message="bookmark stills loaded or labelled")
         self.shot("recordings")
         self.check_console()
 
