@@ -351,26 +351,34 @@ void Gateway::Send(Session& session, const std::string& text) {
   Enqueue(session, TextFrame(text), false, true);
 }
 
+Outbound::Added Gateway::Queue(Outbound& outbound, Frame frame, bool high_volume, bool flush) {
+  Outbound::Added added = outbound.Add(std::move(frame), high_volume);
+  if (added == Outbound::Added::kDropped || added == Outbound::Added::kQueuedDroppingOlder)
+    metrics_.EventDropped();
+  if (flush &&
+      (added == Outbound::Added::kQueued || added == Outbound::Added::kQueuedDroppingOlder))
+    outbound.Flush();
+  return added;
+}
+
 bool Gateway::Enqueue(Session& session, Frame frame, bool high_volume, bool flush) {
   if (session.closing) return false;
-  switch (session.outbound->Add(std::move(frame), high_volume)) {
-    case Outbound::Added::kDropped:
-      metrics_.EventDropped();
-      return false;
-    case Outbound::Added::kQueuedDroppingOlder:
-      metrics_.EventDropped();
-      break;
-    case Outbound::Added::kFull:
-      // Nothing left to drop: the client is not reading and goes.
-      Close(session, close_reason::kSlowConsumer);
-      return false;
-    case Outbound::Added::kStopped:
-      return false;
-    case Outbound::Added::kQueued:
-      break;
-  }
-  if (flush) session.outbound->Flush();
-  return true;
+  Outbound::Added added = Queue(*session.outbound, std::move(frame), high_volume, flush);
+  // Nothing left to drop: the client is not reading and goes.
+  if (added == Outbound::Added::kFull) Close(session, close_reason::kSlowConsumer);
+  return added == Outbound::Added::kQueued || added == Outbound::Added::kQueuedDroppingOlder;
+}
+
+bool Gateway::SendEvent(Session& session, const Frame& frame, bool high_volume, bool flush) {
+  metrics_.EventSent();
+  return Enqueue(session, frame, high_volume, flush);
+}
+
+Frame Gateway::EventFrame(const std::string& signal, cJSON* data) {
+  JsonHolder event(cJSON_CreateObject());
+  cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
+  cJSON_AddItemReferenceToObject(event.get(), "eventData", data);  // the caller keeps it
+  return TextFrame(Message(kEvent, std::move(event)));
 }
 
 void Gateway::ArmCoalescing(Session& session) {
@@ -382,13 +390,8 @@ void Gateway::ArmCoalescing(Session& session) {
       [](gpointer data) {
         Session& due = *static_cast<Session*>(data);
         CancelTimer(&due.coalesce_timer);
-        for (auto& [signal, record] : due.coalescer.TakeDue(g_get_monotonic_time())) {
-          JsonHolder event(cJSON_CreateObject());
-          cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
-          cJSON_AddItemToObject(event.get(), "eventData", record.release());
-          due.gateway->metrics_.EventSent();
-          due.gateway->Enqueue(due, TextFrame(Message(kEvent, std::move(event))), true, true);
-        }
+        for (auto& [signal, record] : due.coalescer.TakeDue(g_get_monotonic_time()))
+          due.gateway->SendEvent(due, EventFrame(signal, record.get()), true, true);
         due.gateway->ArmCoalescing(due);
       },
       &session);

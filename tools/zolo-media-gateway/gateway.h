@@ -8,7 +8,6 @@
 #include <libsoup/soup.h>
 
 #include <atomic>
-#include <deque>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -70,6 +69,10 @@ class Gateway {
   // Outbound frames (gateway.cc); `flush` false leaves them for one write after a burst.
   void Send(Session& session, const std::string& text);
   bool Enqueue(Session& session, Frame frame, bool high_volume, bool flush);
+  bool SendEvent(Session& session, const Frame& frame, bool high_volume, bool flush);
+  // Queues `frame` on `outbound` and counts what the queue dropped; any thread.
+  Outbound::Added Queue(Outbound& outbound, Frame frame, bool high_volume, bool flush);
+  static Frame EventFrame(const std::string& signal, cJSON* data);
   void ArmCoalescing(Session& session);
 
   // Library calls (worker.cc).

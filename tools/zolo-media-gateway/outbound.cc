@@ -72,18 +72,20 @@ Outbound::Added Outbound::Add(Frame frame, bool high_volume) {
   return result;
 }
 
-void Outbound::AddRaw(const void* data, size_t size) {
+bool Outbound::AddRaw(const void* data, size_t size) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (closed_ || failed_) return;
+  if (failed_) return false;
+  if (closed_) return true;
   if (queued_bytes_ + size > limits_.bytes + kRawAllowance) {
     // The client reads nothing, not even the layer's own frames: give up on it.
     failed_ = true;
-    return;
+    return false;
   }
   queued_bytes_ += size;
   queue_.push_back(
       Chunk{std::make_shared<std::string>(static_cast<const char*>(data), size), false});
   FlushLocked();
+  return !failed_;
 }
 
 void Outbound::Flush() {
@@ -176,11 +178,6 @@ void Outbound::Close() {
   }
 }
 
-bool Outbound::failed() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return failed_;
-}
-
 // The stream the WebSocket layer is given: GObject types for its output and for the pair.
 namespace {
 
@@ -213,20 +210,16 @@ Outbound& OutboundOf(gpointer stream) {
   return **reinterpret_cast<OutboundOutput*>(stream)->outbound;
 }
 
-gssize OutputWrite(GOutputStream* stream, const void* data, gsize size, GCancellable*, GError**) {
-  OutboundOf(stream).AddRaw(data, size);
-  return static_cast<gssize>(size);
+gssize OutputWrite(GOutputStream* stream, const void* data, gsize size, GCancellable*,
+                   GError** error) {
+  if (OutboundOf(stream).AddRaw(data, size)) return static_cast<gssize>(size);
+  g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_BROKEN_PIPE, "the client reads nothing");
+  return -1;
 }
 
 gssize OutputWriteNonblocking(GPollableOutputStream* stream, const void* data, gsize size,
                               GError** error) {
-  Outbound& outbound = OutboundOf(stream);
-  outbound.AddRaw(data, size);
-  if (outbound.failed()) {
-    g_set_error_literal(error, G_IO_ERROR, G_IO_ERROR_BROKEN_PIPE, "the client reads nothing");
-    return -1;
-  }
-  return static_cast<gssize>(size);
+  return OutputWrite(G_OUTPUT_STREAM(stream), data, size, nullptr, error);
 }
 
 void outbound_output_pollable_init(GPollableOutputStreamInterface* iface) {

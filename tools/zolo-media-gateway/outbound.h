@@ -38,8 +38,9 @@ class Outbound : public std::enable_shared_from_this<Outbound> {
   // Queues `frame` without writing it. At the limits a high-volume frame is dropped; any other
   // makes room by dropping the oldest high-volume frame not begun, or is refused (kFull).
   Added Add(Frame frame, bool high_volume);
-  // Queues bytes of the WebSocket layer; always taken while the stream is open.
-  void AddRaw(const void* data, size_t size);
+  // Queues bytes of the WebSocket layer. False when the client reads nothing, not even
+  // those (its writes fail from then on).
+  bool AddRaw(const void* data, size_t size);
   // Writes what the socket takes now; the rest goes when it becomes writable.
   void Flush();
   // Drops every frame not begun and refuses more; the layer's own bytes (the close frame)
@@ -47,7 +48,6 @@ class Outbound : public std::enable_shared_from_this<Outbound> {
   void Stop();
   // Flushes what the socket takes and stops writing for good (the stream is closing).
   void Close();
-  bool failed() const;
 
  private:
   struct Chunk {
@@ -62,7 +62,7 @@ class Outbound : public std::enable_shared_from_this<Outbound> {
   GPollableOutputStream* out_;
   GMainContext* context_;
   Limits limits_;
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::deque<Chunk> queue_;
   size_t head_sent_ = 0;  // bytes of the front chunk already written
   size_t queued_bytes_ = 0;

@@ -133,11 +133,8 @@ void Gateway::RunJob(gpointer data, gpointer) {
   // The answer leaves from here and the bookkeeping is done here, so that a request never
   // waits for the main loop to wake; only a client with no room left involves it.
   std::unique_ptr<Job> done(job);
-  Outbound::Added added = job->outbound->Add(TextFrame(response), false);
-  if (added == Outbound::Added::kQueued || added == Outbound::Added::kQueuedDroppingOlder)
-    job->outbound->Flush();
   Gateway& gateway = *job->gateway;
-  if (added == Outbound::Added::kQueuedDroppingOlder) gateway.metrics_.EventDropped();
+  Outbound::Added added = gateway.Queue(*job->outbound, TextFrame(response), false, true);
   double seconds = static_cast<double>(g_get_monotonic_time() - job->arrived) / G_USEC_PER_SEC;
   for (const auto& [metric, result] : job->outcomes)
     if (result != kNotRun) gateway.metrics_.Request(metric, result, seconds);
@@ -199,17 +196,11 @@ void Gateway::SetEngineUp(bool up, const std::string& reason) {
 }
 
 void Gateway::Broadcast(const std::string& signal, JsonHolder data) {
-  JsonHolder event(cJSON_CreateObject());
-  cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
-  cJSON_AddItemToObject(event.get(), "eventData", data.release());
-  Frame frame = TextFrame(Message(kEvent, std::move(event)));
+  Frame frame = EventFrame(signal, data.get());
   std::vector<Session*> targets;
   for (auto& [id, session] : sessions_)
     if (session->identified) targets.push_back(session.get());
-  for (Session* session : targets) {
-    metrics_.EventSent();
-    Enqueue(*session, frame, false, true);
-  }
+  for (Session* session : targets) SendEvent(*session, frame, false, true);
 }
 
 void Gateway::OnSignal(const char* name, void* data, void*) {
@@ -265,14 +256,8 @@ void Gateway::DispatchSignals() {
           continue;
         }
       }
-      if (frame == nullptr) {
-        JsonHolder event(cJSON_CreateObject());
-        cJSON_AddStringToObject(event.get(), "eventType", signal.c_str());
-        cJSON_AddItemReferenceToObject(event.get(), "eventData", record.get());
-        frame = TextFrame(Message(kEvent, std::move(event)));
-      }
-      metrics_.EventSent();
-      touched[i] = Enqueue(*session, frame, high_volume, false) || touched[i];
+      if (frame == nullptr) frame = EventFrame(signal, record.get());
+      touched[i] = SendEvent(*session, frame, high_volume, false) || touched[i];
     }
   }
   for (size_t i = 0; i < targets.size(); ++i)
