@@ -94,8 +94,14 @@ class Gateway {
                         gpointer self);
   static void OnStatic(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
                        gpointer self);
-  void ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name);
-  void ServeBookmarkStill(SoupServerMessage* msg, int recording, const std::string& name);
+  struct FileRequest;
+  // Answers `msg` with the file `name` (still escaped) inside `folder`, or with a still of
+  // bookmark `recording`'s folder; the file is found and read on a file thread.
+  void ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name,
+                 int recording = -1);
+  static void RunFile(gpointer request, gpointer self);
+  static void ReadFile(FileRequest* request);
+  void FinishFile(FileRequest& request);
 
   Config config_;
   GMainContext* context_ = nullptr;
@@ -103,6 +109,7 @@ class Gateway {
   int port_ = 0;
   GThreadPool* workers_ = nullptr;
   GThreadPool* prober_ = nullptr;
+  GThreadPool* files_ = nullptr;
   guint probe_source_ = 0;
   bool probe_outstanding_ = false;
   gint64 probe_started_ = 0;
@@ -112,7 +119,7 @@ class Gateway {
   Metrics metrics_;
   uint64_t next_session_ = 1;
   std::map<uint64_t, std::unique_ptr<Session>> sessions_;
-  int lookups_ = 0;  // bookmark still lookups on their way back from a worker
+  int files_pending_ = 0;  // files on their way back from a file thread
   // Counted connections, referenced until they are found closed.
   std::vector<GSocket*> connections_;
 

@@ -71,46 +71,123 @@ bool IsGet(SoupServerMessage* msg) {
 
 }  // namespace
 
-void Gateway::ServeFile(SoupServerMessage* msg, const std::string& folder,
-                        const std::string& name) {
+// A file on its way to a client: found and read on a file thread, so that a slow disk never
+// holds the loop, and answered on the loop.
+struct Gateway::FileRequest {
+  Gateway* gateway = nullptr;
+  SoupServerMessage* msg = nullptr;
+  std::string folder;  // below the sandbox root; empty for a bookmark still
+  std::string name;    // still escaped
+  int recording = -1;  // a bookmark still's recording, or -1
+  std::string if_none_match;
+  // The answer.
+  guint status = SOUP_STATUS_NOT_FOUND;
+  const char* type = nullptr;
+  std::string etag;
+  gchar* contents = nullptr;
+  gsize length = 0;
+  bool outside = false;
+};
+
+void Gateway::ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name,
+                        int recording) {
+  const char* match =
+      soup_message_headers_get_one(soup_server_message_get_request_headers(msg), "If-None-Match");
+  soup_server_message_pause(msg);
+  g_object_ref(msg);
+  ++files_pending_;
+  auto* request = new FileRequest{};
+  request->gateway = this;
+  request->msg = msg;
+  request->folder = folder;
+  request->name = name;
+  request->recording = recording;
+  request->if_none_match = match != nullptr ? match : "";
+  g_thread_pool_push(files_, request, nullptr);
+}
+
+void Gateway::RunFile(gpointer data, gpointer) {
+  auto* request = static_cast<FileRequest*>(data);
+  if (request->recording >= 0) {
+    // A bookmark still: the recording's folder comes from the recording database, and the
+    // still is named as its bookmark stores it or by its file name in the stills folder.
+    std::vector<zm_recording> found;
+    std::string folder;
+    if (zm_get_recording(request->recording, &found, 0, 1) == 0 && found.size() == 1)
+      folder = found[0].folder;
+    request->folder = folder.empty() ? "" : SysrootPath(folder);
+    if (!Sysroot().empty() && folder.compare(0, Sysroot().size(), Sysroot()) == 0)
+      request->folder = folder;
+    struct stat info {};
+    if (!request->folder.empty() &&
+        stat((request->folder + "/" + request->name).c_str(), &info) != 0)
+      request->name = "bookmark_snapshots/" + request->name;
+  }
+  ReadFile(request);
+  g_main_context_invoke_full(
+      request->gateway->context_, G_PRIORITY_DEFAULT,
+      [](gpointer done) -> gboolean {
+        std::unique_ptr<FileRequest> answered(static_cast<FileRequest*>(done));
+        answered->gateway->FinishFile(*answered);
+        return G_SOURCE_REMOVE;
+      },
+      request, nullptr);
+}
+
+void Gateway::ReadFile(FileRequest* request) {
   // `name` is the still-escaped rest of the path: unescaping refuses escaped slashes and NULs.
-  gchar* unescaped = g_uri_unescape_string(name.c_str(), "/");
+  gchar* unescaped = g_uri_unescape_string(request->name.c_str(), "/");
   std::string relative = unescaped != nullptr ? unescaped : "";
   g_free(unescaped);
-  std::string root = RealPath(folder);
+  std::string root = request->folder.empty() ? "" : RealPath(request->folder);
   const char* type = ContentType(relative);
   std::string real =
       relative.empty() || root.empty() || type == nullptr ? "" : RealPath(root + "/" + relative);
   struct stat info {};
-  if (real.empty() || real.compare(0, root.size() + 1, root + "/") != 0 ||
-      stat(real.c_str(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size > kMaxFileBytes) {
-    if (!real.empty() && real.compare(0, root.size() + 1, root + "/") != 0) {
-      metrics_.Refused("path_outside");
-      ZLOG(1, "refused file outside its folder: %s", name.c_str());
-    }
-    return Answer(msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
-  }
+  request->outside = !real.empty() && real.compare(0, root.size() + 1, root + "/") != 0;
+  if (real.empty() || request->outside || stat(real.c_str(), &info) != 0 ||
+      !S_ISREG(info.st_mode) || info.st_size > kMaxFileBytes)
+    return;
   char etag[96];
   std::snprintf(
       etag, sizeof etag, "\"%llx-%llx-%llx\"", static_cast<unsigned long long>(info.st_ino),
       static_cast<unsigned long long>(info.st_size),
       static_cast<unsigned long long>(info.st_mtim.tv_sec * 1000000000LL + info.st_mtim.tv_nsec));
-  SoupMessageHeaders* response = soup_server_message_get_response_headers(msg);
-  soup_message_headers_replace(response, "ETag", etag);
-  soup_message_headers_replace(response, "Cache-Control", "no-cache");
-  soup_message_headers_replace(response, "X-Content-Type-Options", "nosniff");
-  const char* match =
-      soup_message_headers_get_one(soup_server_message_get_request_headers(msg), "If-None-Match");
-  if (match != nullptr && std::strstr(match, etag) != nullptr) {
-    soup_server_message_set_status(msg, SOUP_STATUS_NOT_MODIFIED, nullptr);
-    return;
+  request->etag = etag;
+  request->type = type;
+  if (request->if_none_match.find(etag) != std::string::npos) {
+    request->status = SOUP_STATUS_NOT_MODIFIED;
+  } else if (g_file_get_contents(real.c_str(), &request->contents, &request->length, nullptr)) {
+    request->status = SOUP_STATUS_OK;
+  } else {
+    request->etag.clear();
   }
-  gchar* contents = nullptr;
-  gsize length = 0;
-  if (!g_file_get_contents(real.c_str(), &contents, &length, nullptr))
-    return Answer(msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
-  soup_server_message_set_status(msg, SOUP_STATUS_OK, nullptr);
-  soup_server_message_set_response(msg, type, SOUP_MEMORY_TAKE, contents, length);
+}
+
+void Gateway::FinishFile(FileRequest& request) {
+  SoupServerMessage* msg = request.msg;
+  if (request.outside) {
+    metrics_.Refused("path_outside");
+    ZLOG(1, "refused file outside its folder: %s", request.name.c_str());
+  }
+  if (request.etag.empty()) {
+    Answer(msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
+  } else {
+    SoupMessageHeaders* response = soup_server_message_get_response_headers(msg);
+    soup_message_headers_replace(response, "ETag", request.etag.c_str());
+    soup_message_headers_replace(response, "Cache-Control", "no-cache");
+    soup_message_headers_replace(response, "X-Content-Type-Options", "nosniff");
+    soup_server_message_set_status(msg, request.status, nullptr);
+    if (request.status == SOUP_STATUS_OK) {
+      soup_server_message_set_response(msg, request.type, SOUP_MEMORY_TAKE, request.contents,
+                                       request.length);
+      request.contents = nullptr;
+    }
+  }
+  g_free(request.contents);
+  soup_server_message_unpause(msg);
+  g_object_unref(msg);
+  --files_pending_;
 }
 
 void Gateway::OnImage(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
@@ -129,58 +206,9 @@ void Gateway::OnImage(SoupServer*, SoupServerMessage* msg, const char*, GHashTab
   size_t id_end = name.find('/');
   if (folder->first == "bookmarks" && id_end != std::string::npos && id_end > 0 &&
       name.find_first_not_of("0123456789") == id_end)
-    return gateway.ServeBookmarkStill(msg, std::atoi(name.c_str()), name.substr(id_end + 1));
+    return gateway.ServeFile(msg, "", name.substr(id_end + 1), std::atoi(name.c_str()));
   std::string base = folder->second.empty() ? gateway.config_.recording_folder : folder->second;
   gateway.ServeFile(msg, SysrootPath(base), name);
-}
-
-void Gateway::ServeBookmarkStill(SoupServerMessage* msg, int recording, const std::string& name) {
-  // The recording's folder comes from the recording database: looked up on a worker, with
-  // the answer held until then.
-  struct Lookup {
-    Gateway* gateway;
-    SoupServerMessage* msg;
-    int recording;
-    std::string name;
-    std::string folder;
-  };
-  soup_server_message_pause(msg);
-  g_object_ref(msg);
-  ++lookups_;
-  GTask* task = g_task_new(nullptr, nullptr, nullptr, nullptr);
-  g_task_set_task_data(task, new Lookup{this, msg, recording, name, ""},
-                       [](gpointer data) { delete static_cast<Lookup*>(data); });
-  g_task_run_in_thread(task, [](GTask* done, gpointer, gpointer data, GCancellable*) {
-    auto* lookup = static_cast<Lookup*>(data);
-    std::vector<zm_recording> found;
-    if (zm_get_recording(lookup->recording, &found, 0, 1) == 0 && found.size() == 1)
-      lookup->folder = found[0].folder;
-    g_main_context_invoke_full(
-        lookup->gateway->context_, G_PRIORITY_DEFAULT,
-        [](gpointer pending) -> gboolean {
-          auto* answered = static_cast<Lookup*>(g_task_get_task_data(G_TASK(pending)));
-          std::string root = answered->folder.empty() ? "" : SysrootPath(answered->folder);
-          if (!Sysroot().empty() && answered->folder.compare(0, Sysroot().size(), Sysroot()) == 0)
-            root = answered->folder;
-          // A still is named as its bookmark stores it, or by its file name in the stills folder.
-          std::string still = answered->name;
-          struct stat info {};
-          if (!root.empty() && stat((root + "/" + still).c_str(), &info) != 0)
-            still = "bookmark_snapshots/" + still;
-          if (root.empty()) {
-            Answer(answered->msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
-          } else {
-            answered->gateway->ServeFile(answered->msg, root, still);
-          }
-          soup_server_message_unpause(answered->msg);
-          g_object_unref(answered->msg);
-          --answered->gateway->lookups_;
-          g_object_unref(pending);
-          return G_SOURCE_REMOVE;
-        },
-        g_object_ref(done), nullptr);
-  });
-  g_object_unref(task);
 }
 
 void Gateway::OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,

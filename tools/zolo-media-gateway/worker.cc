@@ -18,6 +18,7 @@ constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr size_t kMaxPendingSignals = 65536;
 constexpr const char* kListRequest = "get_request_list";
 constexpr int kListenBacklog = 128;
+constexpr int kFileThreads = 4;
 
 // The gateway that receives the library's signal callbacks; cleared before it goes away.
 std::mutex g_active_mutex;
@@ -329,6 +330,7 @@ bool Gateway::Start(std::string* error) {
 
   workers_ = g_thread_pool_new(RunJob, this, config_.worker_threads, FALSE, nullptr);
   prober_ = g_thread_pool_new(RunProbe, this, 1, FALSE, nullptr);
+  files_ = g_thread_pool_new(RunFile, this, kFileThreads, FALSE, nullptr);
   GSource* probe = g_timeout_source_new(static_cast<guint>(config_.engine_probe_ms));
   g_source_set_callback(
       probe, [](gpointer self) { return static_cast<Gateway*>(self)->Probe(); }, this, nullptr);
@@ -366,8 +368,9 @@ void Gateway::Stop() {
   // Running library calls finish; their results find no client and are dropped.
   if (workers_ != nullptr) g_thread_pool_free(workers_, FALSE, TRUE);
   if (prober_ != nullptr) g_thread_pool_free(prober_, FALSE, TRUE);
-  workers_ = prober_ = nullptr;
-  while (lookups_ > 0) g_main_context_iteration(context_, TRUE);
+  if (files_ != nullptr) g_thread_pool_free(files_, FALSE, TRUE);
+  workers_ = prober_ = files_ = nullptr;
+  while (files_pending_ > 0) g_main_context_iteration(context_, TRUE);
   while (g_main_context_iteration(context_, FALSE)) {
   }
   if (server_ != nullptr) g_object_unref(server_);
