@@ -14,6 +14,7 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -22,6 +23,7 @@
 #include "gateway.h"
 #include "gateway_client.h"
 #include "outbound.h"
+#include "protocol.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The TLS module GIO loads at run time leaves a dynamic TLS block that the leak checker's
@@ -254,6 +256,59 @@ TEST_F(GatewayTest, RequestErrorsAreNegativeResponses) {
     EXPECT_EQ(Number(Status(response), "code"), c.code);
   }
   EXPECT_FALSE(client->closed());
+}
+
+// Every parameter of every request takes the values of its declared type and refuses the
+// others with -102, naming the parameter; the other parameters hold good values meanwhile.
+TEST(GatewayArguments, EveryParameterTakesOnlyItsType) {
+  using zolo::gateway::ParamType;
+  struct Values {
+    ParamType type;
+    std::vector<const char*> good;
+    std::vector<const char*> bad;
+  };
+  // clang-format off
+  const Values table[] = {
+      {ParamType::kInteger, {"0", "-7", "2147483647", "-2147483648", "3.0", "1e3"}, {"1.5", "-0.5", "2147483647.5", "2147483648", "-2147483649", "1e300", "\"1\"", "true", "[1]", "{}"}},
+      {ParamType::kNumber, {"0", "1.5", "-1e300"}, {"\"1.5\"", "false", "[]", "{}"}},
+      {ParamType::kBoolean, {"true", "false"}, {"1", "0", "\"true\"", "[]", "{}"}},
+      {ParamType::kString, {"\"\"", "\"x\""}, {"5", "true", "[]", "{}"}},
+      {ParamType::kObject, {"{}", "{\"a\":1}"}, {"[]", "\"{}\"", "1", "true"}},
+      {ParamType::kArray, {"[]", "[1,\"a\"]"}, {"{}", "\"[]\"", "1", "false"}},
+  };
+  // clang-format on
+  auto values_of = [&](ParamType type) -> const Values& {
+    return *std::find_if(std::begin(table), std::end(table),
+                         [&](const Values& v) { return v.type == type; });
+  };
+  std::set<ParamType> seen;
+  for (const zolo::gateway::RequestSpec& request : zolo::gateway::Requests()) {
+    for (const zolo::gateway::Param& param : request.params) {
+      seen.insert(param.type);
+      const Values& values = values_of(param.type);
+      for (const auto* list : {&values.good, &values.bad}) {
+        for (const char* value : *list) {
+          std::string data;
+          for (const zolo::gateway::Param& other : request.params)
+            data += std::string(data.empty() ? "" : ",") + "\"" + other.name +
+                    "\":" + (&other == &param ? value : values_of(other.type).good[0]);
+          std::string text = std::string(R"({"requestType":")") + request.name +
+                             R"(","requestData":{)" + data + "}}";
+          JsonHolder message(cJSON_Parse(text.c_str()));
+          ASSERT_NE(message, nullptr) << text;
+          const zolo::gateway::RequestSpec* known = nullptr;
+          std::string comment;
+          bool good = list == &values.good;
+          int code = zolo::gateway::CheckRequest(message.get(), &known, &comment);
+          EXPECT_EQ(code, good ? 0 : -102) << text;
+          std::string refusal = std::string("argument \"") + param.name + "\" must be " +
+                                zolo::gateway::ParamTypeName(param.type);
+          EXPECT_EQ(comment, good ? "" : refusal);
+        }
+      }
+    }
+  }
+  EXPECT_EQ(seen.size(), std::size(table)) << "a parameter type no request declares";
 }
 
 TEST_F(GatewayTest, MessageErrorsClose) {
