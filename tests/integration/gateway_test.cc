@@ -604,6 +604,62 @@ TEST_F(GatewayTest, ImagesStayInTheirFolders) {
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"http_method\"}"), 1);
 }
 
+// A folder whose name begins with a served folder's name ("layout_old" beside "layout") is
+// outside it, whether reached with escaped dots or through a symbolic link inside.
+TEST_F(GatewayTest, SiblingsOfServedFoldersAreOutside) {
+  namespace fs = std::filesystem;
+  ASSERT_EQ(zolo::sim::MediaSimulator::GenerateRecordings(1, 1), 0);
+  std::vector<zm_recording> recordings;
+  ASSERT_EQ(zm_get_recording(0, &recordings, 0, 1), 0);
+  ASSERT_EQ(recordings.size(), 1u);
+  std::string own = recordings[0].folder;  // a bookmark still's folder
+  if (own.rfind(sandbox_->Path("/"), 0) == 0) own = own.substr(sandbox_->Path("").size());
+  config_.www = "/www";
+  struct Case {
+    std::string prefix;  // of the URL
+    std::string folder;  // it serves
+    bool dots;           // try escaped dots too (from a recording's folder they lead to
+                         // the recording folder, which "/images/bookmarks/" serves)
+  };
+  const Case cases[] = {
+      {"/images/layouts/", "/var/lib/zolo/media/images/layout", true},
+      {"/images/channels/", "/var/lib/zolo/media/images/snapshot", true},
+      {"/images/previews/", "/var/lib/zolo/media/images/preview", true},
+      {"/images/snapshots/", config_.recording_folder, true},
+      {"/images/bookmarks/", config_.recording_folder, true},
+      {"/images/bookmarks/" + std::to_string(recordings[0].id) + "/", own, false},
+      {"/", config_.www, true},
+  };
+  for (const Case& c : cases) {
+    sandbox_->WriteFile(c.folder + "/inside.png", zolo::test::TinyPng());
+    sandbox_->WriteFile(c.folder + "_old/sibling.png", "sibling");
+    std::error_code exists;  // the recording folder serves two kinds
+    fs::create_symlink(sandbox_->Path(c.folder + "_old/sibling.png"),
+                       sandbox_->Path(c.folder + "/file_link.png"), exists);
+    fs::create_symlink(sandbox_->Path(c.folder + "_old"), sandbox_->Path(c.folder + "/folder_link"),
+                       exists);
+  }
+  StartGateway();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.prefix);
+    std::string body;
+    EXPECT_EQ(Get(c.prefix + "inside.png", &body), 200u);
+    EXPECT_EQ(body, zolo::test::TinyPng());
+    std::string sibling = fs::path(c.folder).filename().string() + "_old";
+    std::vector<std::string> names = {"file_link.png", "folder_link/sibling.png"};
+    if (c.dots)
+      names.insert(names.end(), {"%2e%2e/" + sibling + "/sibling.png",
+                                 "%2E%2E%2F" + sibling + "%2Fsibling.png"});
+    for (const std::string& name : names) {
+      guint status = Get(c.prefix + name, &body);
+      EXPECT_TRUE(status == 404 || status == 400) << name << ": " << status;
+      EXPECT_NE(body, "sibling") << name;
+    }
+  }
+  // Each link reached the check and was refused there.
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"path_outside\"}"), 2 * std::size(cases));
+}
+
 TEST_F(GatewayTest, RefusesToStartUnsafelyOrWithoutItsConfiguration) {
   std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-gateway/zolo-media-gateway";
   struct Case {
