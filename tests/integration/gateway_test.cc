@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -89,19 +90,20 @@ class GatewayTest : public zolo::test::EngineTest {
     return std::string(scheme) + "://127.0.0.1:" + std::to_string(port_) + "/ws";
   }
 
-  // Reads Hello, answers it (with `password` when the gateway asks for one) and waits for
-  // Identified. True when identified.
+  // Reads Hello, answers it (with `password` when the gateway asks for one, its answer
+  // passed through `alter` when given) and waits for Identified. True when identified.
   bool Identify(GatewayClient& client, const std::string& subscriptions = "",
-                const std::string& password = "") {
+                const std::string& password = "",
+                const std::function<std::string(std::string)>& alter = nullptr) {
     JsonHolder hello = client.NextOp(0);
     if (hello == nullptr) return false;
     std::string d = "{\"protocolVersion\":1";
     const cJSON* auth = cJSON_GetObjectItem(D(hello), "authentication");
-    if (auth != nullptr)
-      d += std::string(",\"authentication\":\"") +
-           zolo::gateway::AuthenticationAnswer(password, Text(auth, "salt"),
-                                               Text(auth, "challenge")) +
-           "\"";
+    if (auth != nullptr) {
+      std::string answer = zolo::gateway::AuthenticationAnswer(password, Text(auth, "salt"),
+                                                               Text(auth, "challenge"));
+      d += ",\"authentication\":\"" + (alter ? alter(answer) : answer) + "\"";
+    }
     if (!subscriptions.empty()) d += ",\"subscriptions\":" + subscriptions;
     client.Send("{\"op\":1,\"d\":" + d + "}}");
     JsonHolder identified = client.NextOp(2);
@@ -191,6 +193,52 @@ TEST_F(GatewayTest, PasswordHandshakeAndLockout) {
   EXPECT_EQ(locked.WaitClosed(), 4014);
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"authentication_failed\"}"), 3);
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"locked_out\"}"), 1);
+}
+
+// Only the whole answer authenticates: one differing in its first or last byte, one byte
+// short, one byte more and an empty one are each refused and counted.
+TEST_F(GatewayTest, OnlyTheWholeAnswerAuthenticates) {
+  const std::string password = "correct horse";
+  config_.password_hash = zolo::gateway::HashPasswordLine(password);
+  config_.auth_free_failures = 100;  // no slowdown and no lockout: every answer is judged
+  config_.auth_lockout_failures = 100;
+  StartGateway();
+  auto other = [](char c) { return c == 'A' ? 'B' : 'A'; };
+  struct Case {
+    const char* name;
+    std::function<std::string(std::string)> alter;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"as computed", [](std::string a) { return a; }, true},
+      {"first byte differs",
+       [&](std::string a) {
+         a.front() = other(a.front());
+         return a;
+       },
+       false},
+      {"last byte differs",
+       [&](std::string a) {
+         a.back() = other(a.back());
+         return a;
+       },
+       false},
+      {"one byte short", [](std::string a) { return a.substr(0, a.size() - 1); }, false},
+      {"one byte more", [](std::string a) { return a + "A"; }, false},
+      {"empty", [](std::string) { return std::string(); }, false},
+  };
+  int refused = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url()));
+    EXPECT_EQ(Identify(client, "", password, c.alter), c.accepted);
+    if (!c.accepted) {
+      EXPECT_EQ(client.WaitClosed(), 4008);
+      ++refused;
+    }
+  }
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"authentication_failed\"}"), refused);
 }
 
 TEST_F(GatewayTest, RequestsBatchesAndMetrics) {
