@@ -440,16 +440,22 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   auto everything = Connected();  // default: no high-volume events
   auto filtered =
       Connected(R"({"events":["audio_level","system"],"filters":{"audio_level":["xlr-in1"]}})");
-  auto coalesced = Connected(R"({"events":["audio_level"],"rates":{"audio_level":2}})");
-  auto level = [](const char* name, int value) {
-    return std::string("{\"Name\":\"") + name + "\",\"Level\":" + std::to_string(value) +
-           ",\"Left\":" + std::to_string(value) + ",\"Right\":" + std::to_string(value) + "}";
+  auto coalesced = Connected(R"({"events":["audio_level","streaming_duration"],)"
+                             R"("rates":{"audio_level":2,"streaming_duration":2}})");
+  // The first record of each object goes out at once; the rest fall in one half-second slot,
+  // whose message is the newest record with each peak member at its largest since the last.
+  // clang-format off
+  const std::pair<const char*, const char*> emitted[] = {
+      {"audio_level", R"({"Name":"xlr-in1","Level":10,"Left":11,"Right":12})"},
+      {"audio_level", R"({"Name":"xlr-in2","Level":5,"Left":6,"Right":7})"},
+      {"audio_level", R"({"Name":"xlr-in1","Level":90,"Left":1,"Right":95})"},
+      {"audio_level", R"({"Name":"xlr-in1","Level":20,"Left":80,"Right":2})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":100,"Type":1})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":300,"Type":2})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":200,"Type":3})"},
   };
-  // The first level goes out at once; the next three fall in one half-second slot, whose
-  // message must carry their peak (90), not the last value (20).
-  for (auto [name, value] :
-       {std::pair{"xlr-in1", 10}, {"xlr-in2", 5}, {"xlr-in1", 90}, {"xlr-in1", 20}})
-    ASSERT_EQ(sim_.Emit("audio_level", level(name, value)), 0);
+  // clang-format on
+  for (const auto& [signal, payload] : emitted) ASSERT_EQ(sim_.Emit(signal, payload), 0);
   ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
 
   std::vector<std::string> seen;
@@ -463,13 +469,20 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   ASSERT_NE(only, nullptr);
   EXPECT_STREQ(Text(D(only), "eventType"), "media_data_changed");
 
-  std::map<std::string, std::vector<int>> levels;
+  std::map<std::string, std::vector<std::string>> sent;  // "level/left/right", "duration/type"
   for (JsonHolder event = coalesced->NextOp(5, 2000); event; event = coalesced->NextOp(5, 1000)) {
     const cJSON* data = cJSON_GetObjectItem(D(event), "eventData");
-    levels[Text(data, "name")].push_back(Number(data, "level"));
+    bool level = std::string(Text(D(event), "eventType")) == "audio_level";
+    std::string values;
+    for (const char* member : level ? std::vector<const char*>{"level", "left", "right"}
+                                    : std::vector<const char*>{"duration", "type"})
+      values += (values.empty() ? "" : "/") + std::to_string(Number(data, member));
+    sent[Text(data, "name")].push_back(values);
   }
-  EXPECT_EQ(levels["xlr-in1"], (std::vector<int>{10, 90}));
-  EXPECT_EQ(levels["xlr-in2"], (std::vector<int>{5}));
+  EXPECT_EQ(sent,
+            (std::map<std::string, std::vector<std::string>>{{"xlr-in1", {"10/11/12", "90/80/95"}},
+                                                             {"xlr-in2", {"5/6/7"}},
+                                                             {"movie1", {"100/1", "300/3"}}}));
 }
 
 TEST_F(GatewayTest, StalledEngineDelaysNoOtherClient) {
