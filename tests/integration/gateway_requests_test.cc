@@ -173,6 +173,7 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
     std::string args;
     int code;
   };
+  // The last two are allowed: inside the image folder, and a recording's own bookmark file.
   const Case cases[] = {
       {"make_video_snapshot", R"({"mixer":1,"uri":"file:///tmp/a.jpg","width":64,"height":36})",
        -3},
@@ -192,7 +193,6 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
        R"({"path":")" + sandbox_->Path(images) + R"(/a.json","json":"[]"})", -3},
       {"start_stream", R"({"filenames":{"movie1":"../../etc/x.mp4"}})", -3},
       {"set_video_thumbnail", R"({"id":1,"path":"../../x.jpg"})", -3},
-      // Allowed: inside the image folder, and a recording's own bookmark file.
       {"make_video_snapshot",
        R"({"mixer":1,"uri":"file://)" + images + R"(/shot.jpg","width":64,"height":36})", 0},
       {"load_recording_bookmark", R"({"path":")" + bookmark + R"("})", 0},
