@@ -72,8 +72,12 @@ class GatewayTest : public zolo::test::EngineTest {
   void TearDown() override {
     StopGateway();
     g_object_unref(session_);
-    while (g_main_context_iteration(context_, FALSE)) {
-    }
+    int iterations = 0;
+    while (g_main_context_iteration(context_, FALSE))
+      if (++iterations == 100000) {
+        ADD_FAILURE() << "the client's main context never ran dry";
+        break;
+      }
     g_main_context_pop_thread_default(context_);
     g_main_context_unref(context_);
     EngineTest::TearDown();
@@ -459,7 +463,9 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
 
   std::vector<std::string> seen;
-  for (JsonHolder event = filtered->NextOp(5, 2000); event; event = filtered->NextOp(5, 300))
+  // Events until a pause; a few more than expected, never endlessly.
+  for (JsonHolder event = filtered->NextOp(5, 2000); event && seen.size() < 10;
+       event = filtered->NextOp(5, 300))
     seen.push_back(std::string(Text(D(event), "eventType")) + ":" +
                    Text(cJSON_GetObjectItem(D(event), "eventData"), "name"));
   EXPECT_EQ(seen, (std::vector<std::string>{"audio_level:xlr-in1", "audio_level:xlr-in1",
@@ -470,7 +476,9 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   EXPECT_STREQ(Text(D(only), "eventType"), "media_data_changed");
 
   std::map<std::string, std::vector<std::string>> sent;  // "level/left/right", "duration/type"
-  for (JsonHolder event = coalesced->NextOp(5, 2000); event; event = coalesced->NextOp(5, 1000)) {
+  int messages = 0;
+  for (JsonHolder event = coalesced->NextOp(5, 2000); event && ++messages <= 10;
+       event = coalesced->NextOp(5, 1000)) {
     const cJSON* data = cJSON_GetObjectItem(D(event), "eventData");
     bool level = std::string(Text(D(event), "eventType")) == "audio_level";
     std::string values;
@@ -557,7 +565,7 @@ TEST_F(GatewayTest, ClientThatNeverReadsIsClosedOthersGetEverything) {
         }
         return received >= kEvents;
       },
-      60000);
+      30000);
   emitter.join();
   EXPECT_EQ(received, kEvents);
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"slow_consumer\"}"), 1);
@@ -779,10 +787,16 @@ TEST(GatewayOutbound, PartialWritesKeepFramesWholeAndDropHighVolumeFirst) {
   auto outbound =
       std::make_shared<Outbound>(G_IO_STREAM(connection), context, Outbound::Limits{4, 1 << 20});
   std::string received;
+  // Reads until nothing came for 20 rounds; fails when the bytes never stop.
   auto drain = [&] {
     char buffer[8192];
-    for (int idle = 0; idle < 20;) {
-      while (g_main_context_iteration(context, FALSE)) {
+    int rounds = 0;
+    for (int idle = 0; idle < 20; ++rounds) {
+      if (rounds == 20000) {
+        ADD_FAILURE() << "the socket never stopped sending";
+        return;
+      }
+      for (int i = 0; i < 1000 && g_main_context_iteration(context, FALSE); ++i) {
       }
       ssize_t got = read(fds[1], buffer, sizeof buffer);
       if (got > 0) {
@@ -831,8 +845,9 @@ TEST(GatewayOutbound, PartialWritesKeepFramesWholeAndDropHighVolumeFirst) {
 
   // Fill it with frames only, then stop as a closing session does: the half-written frame is
   // finished, the rest dropped, and the layer's close frame still goes.
-  while (outbound->Add(zolo::gateway::TextFrame(payload(99)), false) != Outbound::Added::kFull) {
-  }
+  int filled = 0;
+  while (outbound->Add(zolo::gateway::TextFrame(payload(99)), false) != Outbound::Added::kFull)
+    ASSERT_LT(++filled, 100) << "the queue of 4 frames never reported full";
   outbound->Stop();
   EXPECT_EQ(outbound->Add(zolo::gateway::TextFrame(payload(99)), false), Outbound::Added::kStopped);
   outbound->AddRaw("\x88\x02\x03\xe8", 4);
