@@ -68,8 +68,18 @@ TEST_F(StreamControlTest, EngineStateRulesRefuseWithoutAsking) {
   auto pause = [] { return zm_pause_stream(false); };
   auto resume = [] { return zm_resume_stream(false); };
   auto stop = [] { return zm_stop_stream(nullptr, nullptr, false); };
-  const Case refused[] = {{3, start},  {0, start},  {4, pause}, {1, pause},
-                          {1, resume}, {3, resume}, {1, stop},  {2, stop}};
+  // clang-format off
+  const Case refused[] = {
+      {3, start},
+      {0, start},
+      {4, pause},
+      {1, pause},
+      {1, resume},
+      {3, resume},
+      {1, stop},
+      {2, stop},
+  };
+  // clang-format on
   for (const auto& c : refused) {
     sim_.set_state(c.state);
     sim_.ClearRequests();
