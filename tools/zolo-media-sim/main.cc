@@ -6,8 +6,6 @@
 #include <iostream>
 #include <string>
 
-#include <zolo/config.h>
-#include <zolo/sysroot.h>
 #include <zolo_model/media_model.h>
 
 #include "zolo_media_sim.h"
@@ -47,14 +45,7 @@ int main(int argc, char** argv) {
       ->check(CLI::NonNegativeNumber);
   CLI11_PARSE(app, argc, argv);
   if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
-  // The database the library opens: the configuration names it, below the sandbox root.
-  if (database.empty()) {
-    ::Config config(zolo::SysrootPath("/etc/media.conf").c_str());
-    std::string named;
-    if (config.Load() == 0)
-      config.GetValue("Application", "database", "/var/lib/zolo/media.db", &named);
-    database = zolo::SysrootPath(named.empty() ? "/var/lib/zolo/media.db" : named);
-  }
+  if (database.empty()) database = zolo::sim::ConfiguredDatabase();
 
   sigset_t signals;
   sigemptyset(&signals);

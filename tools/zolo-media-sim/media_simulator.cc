@@ -13,6 +13,9 @@
 #include <list>
 #include <thread>
 
+#include <zolo/config.h>
+#include <zolo/sysroot.h>
+
 #include "recorder.h"
 #include "sim_methods.h"
 
@@ -359,6 +362,13 @@ int MediaSimulator::Emit(const std::string& name, const std::string& payload) {
                              payload.c_str());
   impl_->Wake();  // the loop writes the queued message out
   return r < 0 ? r : 0;
+}
+
+std::string ConfiguredDatabase() {
+  ::Config config(zolo::SysrootPath("/etc/media.conf").c_str());
+  std::string named;
+  if (config.Load() == 0) config.GetValue("Application", "database", "", &named);
+  return zolo::SysrootPath(named.empty() ? "/var/lib/zolo/media.db" : named);
 }
 
 int MediaBackend::Snapshot(Picture, int id, int width, int height, const std::string& path) {

@@ -46,6 +46,10 @@ class MediaBackend {
   virtual void ShowLayout(int mixer, const std::string& content);
 };
 
+// The media database the library opens: [Application] database of "/etc/media.conf", both
+// below the sandbox root when one is set.
+std::string ConfiguredDatabase();
+
 class MediaSimulator {
  public:
   // A method handler gets the request payload (may be empty) and the simulator, and returns

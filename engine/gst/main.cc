@@ -1,0 +1,98 @@
+// zolo-media-engine: the media engine on GStreamer, owning zolo.media on the system bus. It
+// answers the same methods with the same replies, rows, files and signals as the simulated
+// engine; the pictures (inputs, the program mixer, snapshots) are real.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include <zolo_model/channel.h>
+#include <zolo_model/media_model.h>
+#include <zolo_model/mixer.h>
+#include <zolo_model/mixer_config.h>
+
+#include "gst_media.h"
+#include "zolo_media_sim.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{
+      "zolo-media-engine: the media engine owning zolo.media on the system bus\n"
+      "(DBUS_SYSTEM_BUS_ADDRESS chooses the bus), with live pictures from GStreamer: an input\n"
+      "per capture source (a moving test pattern with its name on a machine without capture\n"
+      "hardware), the program mixer following the layouts, snapshots of the live frames."};
+  std::string database;
+  app.add_option("--database", database,
+                 "Media database (default: [Application] database of /etc/media.conf, below "
+                 "the sandbox root)");
+  std::string sandbox;
+  app.add_option("--sandbox", sandbox, "Sandbox root: every system path is looked up below it");
+  zolo::engine::GstMediaOptions media;
+  app.add_option("--width", media.width, "Width of every input and the program")
+      ->capture_default_str()
+      ->check(CLI::Range(16, 3840));
+  app.add_option("--height", media.height, "Height of every input and the program")
+      ->capture_default_str()
+      ->check(CLI::Range(16, 2160));
+  app.add_option("--fps", media.fps, "Frame rate")->capture_default_str()->check(CLI::Range(1, 60));
+  app.add_flag("--test-colours", media.test_colours,
+               "Inputs as solid colours, one per source (for tests)");
+  int level_rate = 10;
+  app.add_option("--level-rate", level_rate,
+                 "\"audio_level\" of every audio port this many times a second (0: none)")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 60));
+  CLI11_PARSE(app, argc, argv);
+  if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
+  if (database.empty()) database = zolo::sim::ConfiguredDatabase();
+
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before any thread starts
+
+  if (MediaModel::Instance()->Connect(database) < 0) {
+    std::cerr << "zolo-media-engine: cannot open the media database " << database << '\n';
+    return 1;
+  }
+  // An input for the video source of every channel that has one.
+  std::vector<std::pair<int, std::string>> sources;
+  std::vector<Channel*> channels;
+  Channel::QueryAll(&channels);
+  for (Channel* channel : channels)
+    if (channel->video_source_id() > 0)
+      sources.emplace_back(channel->video_source_id(), channel->name());
+  MediaModel::CleanQuery(&channels);
+
+  auto gst = std::make_shared<zolo::engine::GstMedia>(media);
+  std::string error;
+  if (!gst->Start(sources, &error)) {
+    std::cerr << "zolo-media-engine: " << error << '\n';
+    return 1;
+  }
+  // The program starts with the layout the main mixer shows.
+  Mixer* main_mixer = nullptr;
+  if (Mixer::QueryById(1, &main_mixer) == 0 && main_mixer != nullptr &&
+      main_mixer->config() != nullptr)
+    gst->ShowLayout(main_mixer->id(), main_mixer->config()->content());
+  delete main_mixer;
+
+  zolo::sim::MediaSimulator engine;
+  engine.set_database(database);
+  engine.set_media(gst);
+  if (int r = engine.Start(); r < 0) {
+    std::cerr << "zolo-media-engine: cannot serve zolo.media: " << std::strerror(-r) << '\n';
+    return 1;
+  }
+  engine.set_level_interval_ms(level_rate > 0 ? 1000 / level_rate : 0);
+  std::cout << "zolo-media-engine: serving zolo.media with " << sources.size() << " inputs at "
+            << media.width << "x" << media.height << "@" << media.fps << std::endl;
+  while (sigwaitinfo(&signals, nullptr) < 0) {
+  }
+  engine.Stop();
+  gst->Stop();
+  return 0;
+}
