@@ -48,11 +48,7 @@ int main(int argc, char** argv) {
   if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
   if (database.empty()) database = zolo::sim::ConfiguredDatabase();
 
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before any thread starts
+  sigset_t signals = zolo::sim::BlockStopSignals();  // before any thread starts
 
   if (MediaModel::Instance()->Connect(database) < 0) {
     std::cerr << "zolo-media-engine: cannot open the media database " << database << '\n';

@@ -2,7 +2,6 @@
 // mixer following layouts (position, size and stacking of every window), and snapshots of
 // a channel and of the program, decoded and checked pixel by pixel.
 #include <gtest/gtest.h>
-#include <jpeglib.h>
 #include <zolo/media.h>
 
 #include <chrono>
@@ -14,6 +13,7 @@
 
 #include "engine_fixture.h"
 #include "gst_media.h"
+#include "jpeg_decode.h"
 
 namespace {
 
@@ -35,26 +35,11 @@ struct Picture {
 
 Picture Decode(const std::string& path) {
   Picture picture;
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return picture;
-  jpeg_decompress_struct info{};
-  jpeg_error_mgr errors{};
-  info.err = jpeg_std_error(&errors);
-  jpeg_create_decompress(&info);
-  jpeg_stdio_src(&info, file);
-  jpeg_read_header(&info, TRUE);
-  info.out_color_space = JCS_RGB;
-  jpeg_start_decompress(&info);
-  picture.width = static_cast<int>(info.output_width);
-  picture.height = static_cast<int>(info.output_height);
-  picture.rgb.resize(static_cast<size_t>(picture.width) * picture.height * 3);
-  while (info.output_scanline < info.output_height) {
-    JSAMPROW row = &picture.rgb[static_cast<size_t>(info.output_scanline) * picture.width * 3];
-    jpeg_read_scanlines(&info, &row, 1);
+  unsigned width = 0, height = 0;
+  if (zolo::test::DecodeJpeg(path, JCS_RGB, &width, &height, &picture.rgb)) {
+    picture.width = static_cast<int>(width);
+    picture.height = static_cast<int>(height);
   }
-  jpeg_finish_decompress(&info);
-  jpeg_destroy_decompress(&info);
-  std::fclose(file);
   return picture;
 }
 

@@ -60,6 +60,16 @@ const cJSON* Status(const JsonHolder& response) {
   return cJSON_GetObjectItem(D(response), "requestStatus");
 }
 
+int TcpConnect(int port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  return fd;
+}
+
 class GatewayTest : public zolo::test::EngineTest {
  protected:
   void SetUp() override {
@@ -597,15 +607,7 @@ TEST_F(GatewayTest, ConnectionsAreBoundedAndSilentOnesDropped) {
   config_.http_idle_seconds = 1;
   StartGateway();
   auto client = Connected();
-  auto raw_connect = [this] {
-    int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<uint16_t>(port_));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return fd;
-  };
+  auto raw_connect = [this] { return TcpConnect(port_); };
   // True when the server closed `fd` within `ms`.
   auto closed_within = [](int fd, int ms) {
     pollfd wait{fd, POLLIN, 0};
@@ -846,16 +848,6 @@ TEST_F(GatewayTest, HelloNamesTheApplianceTimeZone) {
   EXPECT_TRUE(abbreviation == "CET" || abbreviation == "CEST") << abbreviation;
   int offset = Number(zone, "offsetSeconds");
   EXPECT_TRUE(offset == 3600 || offset == 7200) << offset;
-}
-
-int TcpConnect(int port) {
-  int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(static_cast<uint16_t>(port));
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-  return fd;
 }
 
 // What the server sends on `fd` until it closes the connection or `ms` pass; "<open>" is

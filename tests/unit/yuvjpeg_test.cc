@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "jpeg_decode.h"
 #include "log_capture.h"
 #include "sandbox.h"
 
@@ -44,27 +45,7 @@ Frame MakeFrame(unsigned w, unsigned h) {
 
 // Decodes a JPEG to raw YCbCr (no colour conversion), full resolution per component.
 bool Decode(const std::string& path, unsigned* w, unsigned* h, std::vector<unsigned char>* ycc) {
-  FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) return false;
-  jpeg_decompress_struct cinfo;
-  jpeg_error_mgr err;
-  cinfo.err = jpeg_std_error(&err);
-  jpeg_create_decompress(&cinfo);
-  jpeg_stdio_src(&cinfo, file);
-  jpeg_read_header(&cinfo, TRUE);
-  cinfo.out_color_space = JCS_YCbCr;
-  jpeg_start_decompress(&cinfo);
-  *w = cinfo.output_width;
-  *h = cinfo.output_height;
-  ycc->resize(static_cast<size_t>(*w) * *h * 3);
-  while (cinfo.output_scanline < cinfo.output_height) {
-    JSAMPROW row = ycc->data() + static_cast<size_t>(cinfo.output_scanline) * *w * 3;
-    jpeg_read_scanlines(&cinfo, &row, 1);
-  }
-  jpeg_finish_decompress(&cinfo);
-  jpeg_destroy_decompress(&cinfo);
-  std::fclose(file);
-  return true;
+  return zolo::test::DecodeJpeg(path, JCS_YCbCr, w, h, ycc);
 }
 
 double Psnr(double mse) {

@@ -47,11 +47,7 @@ int main(int argc, char** argv) {
   if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
   if (database.empty()) database = zolo::sim::ConfiguredDatabase();
 
-  sigset_t signals;
-  sigemptyset(&signals);
-  sigaddset(&signals, SIGINT);
-  sigaddset(&signals, SIGTERM);
-  pthread_sigmask(SIG_BLOCK, &signals, nullptr);  // before the simulator's thread starts
+  sigset_t signals = zolo::sim::BlockStopSignals();  // before any thread starts
 
   if (!initial_sql.empty() && !database.empty() &&
       MediaModel::Instance()->Initialize(database, initial_sql) < 0) {

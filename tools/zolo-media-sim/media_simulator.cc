@@ -371,6 +371,15 @@ std::string ConfiguredDatabase() {
   return zolo::SysrootPath(named.empty() ? "/var/lib/zolo/media.db" : named);
 }
 
+sigset_t BlockStopSignals() {
+  sigset_t signals;
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGINT);
+  sigaddset(&signals, SIGTERM);
+  pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+  return signals;
+}
+
 int MediaBackend::Snapshot(Picture, int id, int width, int height, const std::string& path) {
   return WriteStillJpeg(path, width, height, id);
 }

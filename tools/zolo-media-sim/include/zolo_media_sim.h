@@ -3,6 +3,8 @@
 // in-process; the zolo-media-sim daemon runs it on its own.
 #pragma once
 
+#include <signal.h>
+
 #include <condition_variable>
 #include <functional>
 #include <map>
@@ -49,6 +51,10 @@ class MediaBackend {
 // The media database the library opens: [Application] database of "/etc/media.conf", both
 // below the sandbox root when one is set.
 std::string ConfiguredDatabase();
+
+// Blocks SIGINT and SIGTERM in the calling thread (call before any thread starts, so every
+// thread inherits it) and returns them for a daemon's sigwaitinfo.
+sigset_t BlockStopSignals();
 
 class MediaSimulator {
  public:
