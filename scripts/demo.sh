@@ -34,7 +34,7 @@ dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
 pids+=($!)
 export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
 for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
-build/tools/zolo-media-sim/zolo-media-sim --demo-signals --sandbox "$root" \
+build/tools/zolo-media-sim/zolo-media-sim --sandbox "$root" \
     --database "$root/var/lib/zolo/media.db" >/dev/null &
 pids+=($!)
 
@@ -63,7 +63,7 @@ zmctl setting set backup 1
 zmctl setting get backup
 zmctl service restart
 step "two seconds of live signals"
-zmctl signals watch audio_level --seconds 2
+zmctl signals watch audio_level --count 9 --seconds 2
 step "the configured recording files and network outputs"
 zmctl stream list --type file
 zmctl stream list --type network

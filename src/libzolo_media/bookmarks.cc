@@ -236,6 +236,12 @@ int zm_add_recording_bookmark(int recording_id, const char* text, uint64_t time,
   std::string path;
   std::string folder;
   if (int found = BookmarkPathOf(recording_id, &path, &folder); found != 0) return found;
+  // Without its file (or its folder) there is nothing to load: the load's -1, and no lock
+  // file is made in a folder that is not there.
+  if (!g_file_test(path.c_str(), G_FILE_TEST_IS_REGULAR)) {
+    ZLOG(0, "Open file fail: %s", path.c_str());
+    return -1;
+  }
   // Stills are kept relative to the recording's folder, from "bookmark_snapshots" on; one
   // that leads outside it is refused.
   std::string still = snapshot != nullptr ? snapshot : "";

@@ -288,6 +288,16 @@ int StoreSources(MixerConfig* config, const std::vector<zm_video_layout>& window
 
 }  // namespace
 
+int zm_render_layout_preview(int id) {
+  Candidates found;
+  if (id < 1 || QueryCandidates(id, &found) != 0 || found.configs.empty()) return -5;
+  MixerConfig* config = found.configs.front();
+  MixerConfigGroup* group = config->group();
+  if (group == nullptr) return -5;
+  if (!BelowBoundary(group, DisplayBoundary())) return -2;
+  return RenderPreview(*config) ? 0 : -1;
+}
+
 int zm_get_layout(int id, std::vector<zm_layout>* out) {
   if (out == nullptr) return -3;
   Candidates found;

@@ -5,9 +5,15 @@
 #include <zolo/media.h>
 #include <zolo_model/media_model.h>
 
+#include <glib.h>
+#include <signal.h>
+#include <sys/wait.h>
+
 #include <chrono>
 #include <functional>
+#include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -32,6 +38,14 @@ void OnAudioSignal(const char* name, void* data, void*) {
     auto* type = static_cast<media_sig_audio_type*>(data);
     g_signals.push_back(std::string(type->name) + " type " + std::to_string(type->type));
   }
+}
+
+std::map<std::string, int> g_levels;
+
+void OnLevel(const char*, void* data, void*) {
+  auto* level = static_cast<media_sig_audio_level*>(data);
+  std::lock_guard<std::mutex> lock(g_mutex);
+  g_levels[level->name] = level->level;
 }
 
 class AudioTest : public EngineTest {
@@ -258,6 +272,58 @@ TEST_F(AudioTest, ChangesShowInTheNextReadAndInSignals) {
   }
   std::lock_guard<std::mutex> lock(g_mutex);
   EXPECT_EQ(g_signals, expected);
+}
+
+// The engine announces the level of every configured port and of the program mix; a muted
+// port stays at the floor. Both the in-process engine and the daemon, which finds the media
+// database through the sandbox's configuration as the library does.
+TEST_F(AudioTest, LevelsOfEveryPortAndTheProgramMix) {
+  std::set<std::string> expected = {"Audio-Mix"};
+  std::vector<zm_audio_info> ports;
+  ASSERT_EQ(zm_get_audio_input(nullptr, &ports), 0);
+  ASSERT_EQ(zm_get_audio_output(nullptr, &ports), 0);
+  for (const auto& port : ports) expected.insert(port.name);
+  ASSERT_GE(expected.size(), 6u);
+  ASSERT_EQ(zm_register_signal("audio_level", OnLevel), 0);
+  auto heard_all = [&] {
+    for (int i = 0; i < 300; ++i) {
+      {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_levels.size() >= expected.size()) break;
+      }
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::lock_guard<std::mutex> lock(g_mutex);
+    std::set<std::string> heard;
+    for (const auto& [name, level] : g_levels) heard.insert(name);
+    EXPECT_EQ(heard, expected);
+    EXPECT_EQ(g_levels["xlr-in2"], -90) << "a muted port is silent";
+    EXPECT_GT(g_levels["Audio-Mix"], -90);
+    g_levels.clear();
+  };
+  sim_.set_level_interval_ms(20);
+  heard_all();
+  sim_.set_level_interval_ms(0);
+  sim_.Stop();
+
+  std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-sim/zolo-media-sim";
+  std::string root = sandbox_->root();
+  std::vector<gchar*> argv = {program.data(),
+                              const_cast<gchar*>("--sandbox"),
+                              root.data(),
+                              const_cast<gchar*>("--level-rate"),
+                              const_cast<gchar*>("30"),
+                              nullptr};
+  GPid daemon = 0;
+  ASSERT_TRUE(g_spawn_async(nullptr, argv.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD, nullptr,
+                            nullptr, &daemon, nullptr));
+  heard_all();
+  kill(daemon, SIGTERM);
+  int status = 0;
+  waitpid(daemon, &status, 0);
+  g_spawn_close_pid(daemon);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  ASSERT_EQ(sim_.Start(), 0);
 }
 
 }  // namespace

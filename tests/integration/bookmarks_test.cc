@@ -112,6 +112,14 @@ TEST_F(BookmarksTest, InvalidFilesAreRefusedAndLeftUntouched) {
   zm_recording_bookmark b{};
   EXPECT_EQ(zm_load_recording_bookmark("", &b), -3);
   EXPECT_EQ(zm_load_recording_bookmark(path_ + ".none", &b), -1);
+  // A recording without its folder has no file to load: the load's -1 whatever the still,
+  // with nothing announced and nothing made where the folder should be.
+  std::filesystem::remove_all(RecordingPath("talk"));
+  sim_.ClearRequests();
+  for (const char* still : {static_cast<const char*>(nullptr), "bookmark_snapshots/s.jpg"})
+    EXPECT_EQ(zm_add_recording_bookmark(id_, "x", 1, still, nullptr), -1) << (still ? still : "");
+  EXPECT_TRUE(sim_.Requests("update_recording_bookmark").empty());
+  EXPECT_FALSE(std::filesystem::exists(RecordingPath("talk")));
   EXPECT_EQ(Holders(), 0);
 }
 

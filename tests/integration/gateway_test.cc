@@ -1,6 +1,7 @@
 // The gateway over real WebSocket and HTTP connections, against the simulated engine on a
 // private bus. The server runs in-process on its own thread and main context.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -11,7 +12,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -589,6 +592,309 @@ TEST_F(GatewayTest, TlsWithOwnCertificate) {
   EXPECT_EQ(Number(Status(state), "code"), 0);
   GatewayClient plain(session_);
   EXPECT_FALSE(plain.Connect(Url("ws")));
+}
+
+// An answer too large for any client's queue is a response asking for a page, never a
+// close; searches answer a page (from 0, newest first) and the number of matches.
+TEST_F(GatewayTest, LargeAnswersAskForAPageAndSearchesArePaged) {
+  config_.max_answer_bytes = 64 * 1024;
+  ASSERT_EQ(zolo::sim::MediaSimulator::GenerateRecordings(250, 0), 0);
+  StartGateway();
+  auto client = Connected();
+  JsonHolder all = Request(*client, "get_recording", R"({"pattern":"generated"})");
+  ASSERT_NE(all, nullptr);
+  EXPECT_EQ(Number(Status(all), "code"), -107);
+  EXPECT_STREQ(Text(Status(all), "comment"), "answer too large: ask for a page");
+  client->Send(R"({"op":8,"d":{"requestId":"b","requests":[{"requestType":"get_state"},)"
+               R"({"requestType":"get_recording","requestData":{"pattern":"generated"}}]}})");
+  JsonHolder batch = client->NextOp(9);
+  ASSERT_NE(batch, nullptr);
+  const cJSON* results = cJSON_GetObjectItem(D(batch), "results");
+  ASSERT_EQ(cJSON_GetArraySize(results), 2);
+  EXPECT_EQ(Number(cJSON_GetObjectItem(cJSON_GetArrayItem(results, 0), "requestStatus"), "code"),
+            0);
+  EXPECT_EQ(Number(cJSON_GetObjectItem(cJSON_GetArrayItem(results, 1), "requestStatus"), "code"),
+            -107);
+  struct Case {
+    int page;
+    int count;
+    int expected;
+  } cases[] = {{0, 20, 20}, {12, 20, 10}, {13, 20, 0}, {0, 1, 1}};
+  double newest = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.page);
+    JsonHolder page =
+        Request(*client, "get_recording",
+                R"({"pattern":"generated","with_videos":true,"page":)" + std::to_string(c.page) +
+                    ",\"count\":" + std::to_string(c.count) + "}");
+    ASSERT_NE(page, nullptr);
+    ASSERT_EQ(Number(Status(page), "code"), 0);
+    const cJSON* data = cJSON_GetObjectItem(D(page), "responseData");
+    EXPECT_EQ(Number(data, "total"), 250);
+    const cJSON* list = cJSON_GetObjectItem(data, "recordings");
+    ASSERT_EQ(cJSON_GetArraySize(list), c.expected);
+    if (c.expected == 0) continue;
+    const cJSON* first = cJSON_GetArrayItem(list, 0);
+    EXPECT_EQ(cJSON_GetArraySize(cJSON_GetObjectItem(first, "videos")), 3);
+    double at = cJSON_GetNumberValue(cJSON_GetObjectItem(first, "recorded_at"));
+    if (c.page == 0) newest = std::max(newest, at);
+    if (c.page > 0) {
+      EXPECT_LT(at, newest) << "pages run from the newest";
+    }
+  }
+  JsonHolder state = Request(*client, "get_state");
+  ASSERT_NE(state, nullptr) << "the client was closed";
+}
+
+// Hello names the appliance's time zone, so that every client shows the appliance's clock.
+TEST_F(GatewayTest, HelloNamesTheApplianceTimeZone) {
+  const char* before = std::getenv("TZ");
+  std::string saved = before != nullptr ? before : "";
+  setenv("TZ", "Europe/Berlin", 1);
+  StartGateway();
+  GatewayClient client(session_);
+  ASSERT_TRUE(client.Connect(Url()));
+  JsonHolder hello = client.NextOp(0);
+  if (before != nullptr)
+    setenv("TZ", saved.c_str(), 1);
+  else
+    unsetenv("TZ");
+  ASSERT_NE(hello, nullptr);
+  const cJSON* zone = cJSON_GetObjectItem(D(hello), "timeZone");
+  EXPECT_STREQ(Text(zone, "name"), "Europe/Berlin");
+  std::string abbreviation = Text(zone, "abbreviation");
+  EXPECT_TRUE(abbreviation == "CET" || abbreviation == "CEST") << abbreviation;
+  int offset = Number(zone, "offsetSeconds");
+  EXPECT_TRUE(offset == 3600 || offset == 7200) << offset;
+}
+
+int TcpConnect(int port) {
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  return fd;
+}
+
+// What the server sends on `fd` until it closes the connection or `ms` pass; "<open>" is
+// appended when it did not close.
+std::string ReadUntilClosed(int fd, int ms) {
+  std::string got;
+  gint64 deadline = g_get_monotonic_time() + ms * 1000LL;
+  for (;;) {
+    int left = static_cast<int>((deadline - g_get_monotonic_time()) / 1000);
+    pollfd wait{fd, POLLIN, 0};
+    if (left <= 0 || poll(&wait, 1, left) != 1) return got + "<open>";
+    char buffer[4096];
+    ssize_t n = recv(fd, buffer, sizeof buffer, 0);
+    if (n <= 0) return got;
+    got.append(buffer, static_cast<size_t>(n));
+  }
+}
+
+long RssKib() {
+  FILE* file = std::fopen("/proc/self/statm", "r");
+  long pages = 0, resident = 0;
+  if (file != nullptr && std::fscanf(file, "%ld %ld", &pages, &resident) != 2) resident = 0;
+  if (file != nullptr) std::fclose(file);
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// A request that announces a body, or any method but GET and HEAD, is answered from its
+// headers and the connection shut: the body is never waited for nor kept.
+TEST_F(GatewayTest, RequestBodiesAreRefusedFromTheirHeaders) {
+  StartGateway();
+  struct Case {
+    const char* request;
+    const char* status;
+  } cases[] = {
+      {"POST /healthz HTTP/1.1\r\nHost: a\r\nContent-Length: 100000000\r\n\r\n", "HTTP/1.1 405"},
+      {"PUT / HTTP/1.1\r\nHost: a\r\n\r\n", "HTTP/1.1 405"},
+      {"GET / HTTP/1.1\r\nHost: a\r\nContent-Length: 67108864\r\n\r\n", "HTTP/1.1 413"},
+      {"GET /metrics HTTP/1.1\r\nHost: a\r\nTransfer-Encoding: chunked\r\n\r\n", "HTTP/1.1 413"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.request);
+    int fd = TcpConnect(port_);
+    ASSERT_GT(send(fd, c.request, std::strlen(c.request), MSG_NOSIGNAL), 0);
+    std::string answer = ReadUntilClosed(fd, 2000);
+    EXPECT_EQ(answer.substr(0, 12), c.status) << answer;
+    EXPECT_EQ(answer.find("<open>"), std::string::npos) << "not closed";
+    close(fd);
+  }
+  // Bodies sent anyway are not kept: memory stays flat under many such connections.
+  long before = RssKib();
+  std::string chunk(1 << 20, 'x');
+  std::vector<int> open;
+  for (int i = 0; i < 48; ++i) {
+    int fd = TcpConnect(port_);
+    std::string head =
+        "POST /images/layouts/x.png HTTP/1.1\r\nHost: a\r\nContent-Length: 67108864\r\n\r\n";
+    send(fd, head.data(), head.size(), MSG_NOSIGNAL);
+    fcntl(fd, F_SETFL, O_NONBLOCK);
+    for (int j = 0; j < 2; ++j) send(fd, chunk.data(), chunk.size(), MSG_NOSIGNAL);
+    open.push_back(fd);
+  }
+  zolo::test::PumpUntil([] { return false; }, 500);
+  long grown = RssKib() - before;
+  EXPECT_LT(grown, 24 * 1024) << "KiB kept for refused bodies";
+  for (int fd : open) close(fd);
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"http_body\"}"), 2);
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"http_method\"}"), 2);
+}
+
+// A frame announcing far more than the limit is refused at its header with a close frame.
+TEST_F(GatewayTest, FramesFarOverTheLimitCloseWithTooBig) {
+  StartGateway();
+  int fd = RawClient(port_);
+  ASSERT_GE(fd, 0);
+  std::string header = {'\x81', '\xff', 0, 0, 0, 0, 0, '\x30', 0, 0, 1, 2, 3, 4};  // 3 MiB
+  std::string frame = header + std::string(1000, 'a');
+  ASSERT_GT(send(fd, frame.data(), frame.size(), MSG_NOSIGNAL), 0);
+  int code = RawCloseCode(fd);
+  EXPECT_TRUE(code == 1009 || code == 4003) << code;
+  close(fd);
+  EXPECT_TRUE(zolo::test::PumpUntil(
+      [&] { return Metric("zolo_gateway_refusals_total{reason=\"too_large\"}") == 1; }, 3000));
+}
+
+// Every silent HTTP connection goes after its idle time, however many there are.
+TEST_F(GatewayTest, EverySilentConnectionIsDropped) {
+  config_.http_idle_seconds = 1;
+  StartGateway();
+  std::vector<int> silent;
+  for (int i = 0; i < 300; ++i) silent.push_back(TcpConnect(port_));
+  int still_open = 0;
+  for (int fd : silent) {
+    if (ReadUntilClosed(fd, 4000).find("<open>") != std::string::npos) ++still_open;
+    close(fd);
+  }
+  EXPECT_EQ(still_open, 0);
+}
+
+// A client that never reads and only wants high-volume events loses them first, and is
+// closed once its queue has stayed full for the bound, so it cannot keep its slot.
+TEST_F(GatewayTest, ClientStuckOnHighVolumeEventsIsClosed) {
+  config_.slow_consumer_ms = 800;
+  config_.max_queue_messages = 32;
+  StartGateway();
+  int stuck = RawClient(port_, 4096, R"({"events":["audio_level"]})");
+  ASSERT_GE(stuck, 0);
+  zolo::test::PumpUntil([] { return false; }, 200);
+  sim_.set_level_interval_ms(2);
+  bool closed = zolo::test::PumpUntil(
+      [&] { return Metric("zolo_gateway_refusals_total{reason=\"slow_consumer\"}") == 1; }, 8000);
+  sim_.set_level_interval_ms(0);
+  EXPECT_TRUE(closed);
+  EXPECT_GE(Metric("zolo_gateway_events_dropped_total"), 1);
+  EXPECT_EQ(RawCloseCode(stuck), 4011);
+  close(stuck);
+}
+
+// A stalled engine is announced within three seconds with the gateway's own watch settings.
+TEST_F(GatewayTest, StalledEngineIsAnnouncedWithinThreeSeconds) {
+  config_.engine_probe_ms = Config{}.engine_probe_ms;
+  config_.engine_timeout_ms = Config{}.engine_timeout_ms;
+  StartGateway();
+  auto client = Connected();
+  zolo::test::PumpUntil([] { return false; }, 300);
+  zolo::sim::Forced silent;
+  silent.kind = zolo::sim::Forced::kNoReply;
+  sim_.Force("get_state", silent);
+  gint64 stalled = g_get_monotonic_time();
+  JsonHolder lost = client->NextOp(5, 6000);
+  ASSERT_NE(lost, nullptr);
+  EXPECT_STREQ(Text(D(lost), "eventType"), "engine_lost");
+  gint64 ms = (g_get_monotonic_time() - stalled) / 1000;
+  std::printf("engine_lost %lld ms after the engine stalled\n", static_cast<long long>(ms));
+  EXPECT_LE(ms, 3000);
+  sim_.Unforce("get_state");
+  JsonHolder restored = client->NextOp(5, 15000);
+  ASSERT_NE(restored, nullptr);
+  EXPECT_STREQ(Text(D(restored), "eventType"), "engine_restored");
+}
+
+// A missing layout preview is rendered when it is asked for; other names stay 404.
+TEST_F(GatewayTest, MissingLayoutPreviewsAreRenderedOnDemand) {
+  std::filesystem::remove(sandbox_->Path("/var/lib/zolo/media/images/layout/layout_001.png"));
+  StartGateway();
+  std::string body;
+  ASSERT_EQ(Get("/images/layouts/layout_001.png", &body), 200u);
+  EXPECT_EQ(body.substr(1, 3), "PNG");
+  for (const char* name : {"layout_999.png", "layout_1.png", "layout_001.png.png"})
+    EXPECT_EQ(Get(std::string("/images/layouts/") + name), 404u) << name;
+}
+
+// The daemon listens before the media database exists and starts the library once it
+// appears; its console folder can be given on the command line, outside the sandbox root.
+TEST_F(GatewayTest, DaemonStartsBeforeItsDatabaseAndServesAGivenFolder) {
+  namespace fs = std::filesystem;
+  gchar* made = g_dir_make_tmp("zolo-fresh-XXXXXX", nullptr);
+  ASSERT_NE(made, nullptr);
+  fs::path base = made;
+  g_free(made);
+  // A fresh appliance: its configuration, initial SQL and firmware, no database yet.
+  fs::path root = base / "root";
+  for (const char* file :
+       {"etc/media.conf", "etc/fw_env.config", "usr/share/media/initial.sql", "var/lib/zolo"}) {
+    fs::create_directories((root / file).parent_path());
+    fs::copy(fs::path(sandbox_->root()) / file, root / file, fs::copy_options::recursive);
+  }
+  for (const auto& entry : fs::directory_iterator(root / "var/lib/zolo"))
+    if (entry.path().filename() != "uboot.env") fs::remove_all(entry.path());
+  fs::path www = base / "console";
+  fs::create_directories(www);
+  { std::ofstream(www / "index.html") << "<p>console</p>"; }
+  std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-gateway/zolo-media-gateway";
+  std::string www_text = www.string();
+  std::vector<gchar*> argv = {program.data(),          const_cast<gchar*>("--port"),
+                              const_cast<gchar*>("0"), const_cast<gchar*>("--www"),
+                              www_text.data(),         nullptr};
+  gchar** env = g_environ_setenv(g_get_environ(), "ZOLO_SYSROOT", root.c_str(), TRUE);
+  GPid daemon = 0;
+  gint out = -1;
+  ASSERT_TRUE(g_spawn_async_with_pipes(nullptr, argv.data(), env, G_SPAWN_DO_NOT_REAP_CHILD,
+                                       nullptr, nullptr, &daemon, nullptr, &out, nullptr, nullptr));
+  g_strfreev(env);
+  std::string line;
+  for (int i = 0; i < 100 && line.find('\n') == std::string::npos; ++i) {
+    pollfd wait{out, POLLIN, 0};
+    char c = 0;
+    if (poll(&wait, 1, 100) == 1 && read(out, &c, 1) == 1) line += c;
+  }
+  size_t at = line.find("port ");
+  ASSERT_NE(at, std::string::npos) << line;
+  port_ = std::atoi(line.c_str() + at + 5);
+  std::string body;
+  EXPECT_EQ(Get("/healthz", &body), 503u);
+  EXPECT_NE(body.find("\"database\":false"), std::string::npos) << body;
+  EXPECT_EQ(Get("/", &body), 200u);
+  EXPECT_EQ(body, "<p>console</p>");
+  {
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url()));
+    ASSERT_TRUE(Identify(client));
+    JsonHolder early = Request(client, "get_state");
+    ASSERT_NE(early, nullptr);
+    EXPECT_EQ(Number(Status(early), "code"), -108);
+    // The database appears (the first library user makes it): the gateway starts by itself.
+    std::string zmctl = zolo::test::BinaryDir() + "/tools/zmctl/zmctl --sandbox " + root.string() +
+                        " state >/dev/null 2>&1";
+    ASSERT_EQ(std::system(zmctl.c_str()), 0);
+    EXPECT_TRUE(zolo::test::PumpUntil([&] { return Get("/healthz") == 200u; }, 8000));
+    JsonHolder later = Request(client, "get_state");
+    ASSERT_NE(later, nullptr);
+    EXPECT_EQ(Number(Status(later), "code"), 0);
+  }
+  kill(daemon, SIGTERM);
+  int status = 0;
+  waitpid(daemon, &status, 0);
+  g_spawn_close_pid(daemon);
+  close(out);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  fs::remove_all(base);
 }
 
 // The outbound queue over a socket that takes a few KiB at a time: frames arrive whole and in

@@ -145,7 +145,7 @@ inline std::string ClientFrame(const std::string& payload) {
 
 // A client that does the handshake and Identify by hand, so it can send frames libsoup's
 // client would not and stop reading when it likes. The socket, or -1.
-inline int RawClient(int port, int receive_buffer = 0) {
+inline int RawClient(int port, int receive_buffer = 0, const std::string& subscriptions = "") {
   int fd = socket(AF_INET, SOCK_STREAM, 0);
   if (receive_buffer > 0)
     setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receive_buffer, sizeof receive_buffer);
@@ -160,7 +160,9 @@ inline int RawClient(int port, int receive_buffer = 0) {
   if (write(fd, upgrade.data(), upgrade.size()) < 0) return -1;
   char buffer[2048];
   if (read(fd, buffer, sizeof buffer) <= 0) return -1;  // the upgrade answer (and maybe Hello)
-  std::string identify = ClientFrame(R"({"op":1,"d":{"protocolVersion":1}})");
+  std::string identify = ClientFrame(
+      R"({"op":1,"d":{"protocolVersion":1)" +
+      (subscriptions.empty() ? std::string() : ",\"subscriptions\":" + subscriptions) + "}}");
   if (write(fd, identify.data(), identify.size()) < 0) return -1;
   return fd;
 }

@@ -67,6 +67,14 @@ bool LoadConfig(const std::string& path, bool system_file, Config* config, std::
   return true;
 }
 
+std::string WwwFolder(const Config& config) {
+  if (!config.www_option.empty()) return config.www_option;
+  if (!config.www.empty()) return SysrootPath(config.www);
+  std::string sandboxed = SysrootPath(ZOLO_GATEWAY_WWW);
+  if (!Sysroot().empty() && g_file_test(sandboxed.c_str(), G_FILE_TEST_IS_DIR)) return sandboxed;
+  return ZOLO_GATEWAY_WWW;
+}
+
 bool IsLoopback(const std::string& address) {
   if (address == "localhost") return true;
   GInetAddress* inet = g_inet_address_new_from_string(address.c_str());

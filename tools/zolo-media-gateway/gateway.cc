@@ -24,6 +24,32 @@ struct Timer {
   gpointer data;
 };
 
+// The appliance's time zone, so that every client shows times in the appliance's clock:
+// its name (an IANA name where the system names one), abbreviation and offset now.
+JsonHolder TimeZone() {
+  GTimeZone* zone = g_time_zone_new_local();
+  GDateTime* now = g_date_time_new_now(zone);
+  std::string name = g_time_zone_get_identifier(zone);
+  gint64 offset = g_date_time_get_utc_offset(now) / G_USEC_PER_SEC;
+  // A path or a POSIX rule is no name a browser knows.
+  if (name.empty() || name[0] == '/' || name[0] == ':' || name.find(',') != std::string::npos)
+    name = offset == 0 ? "UTC" : "";
+  JsonHolder data(cJSON_CreateObject());
+  cJSON_AddStringToObject(data.get(), "name", name.c_str());
+  cJSON_AddStringToObject(data.get(), "abbreviation", g_date_time_get_timezone_abbreviation(now));
+  cJSON_AddNumberToObject(data.get(), "offsetSeconds", static_cast<double>(offset));
+  g_date_time_unref(now);
+  g_time_zone_unref(zone);
+  return data;
+}
+
+// An unmasked close frame with `code` and `reason` (short enough for one frame).
+std::string CloseFrame(int code, const std::string& reason) {
+  std::string frame = {static_cast<char>(0x88), static_cast<char>(2 + reason.size()),
+                       static_cast<char>((code >> 8) & 0xff), static_cast<char>(code & 0xff)};
+  return frame + reason;
+}
+
 }  // namespace
 
 GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpointer data) {
@@ -153,6 +179,7 @@ void Gateway::OnUpgraded(SoupServerMessage* msg, gpointer self) {
   cJSON_AddStringToObject(hello.get(), "serverVersion", ZM_VERSION_STRING);
   cJSON_AddStringToObject(hello.get(), "libraryVersion", zm_version());
   cJSON_AddNumberToObject(hello.get(), "protocolVersion", 1);
+  cJSON_AddItemToObject(hello.get(), "timeZone", TimeZone().release());
   if (!gateway.config_.password_hash.empty()) {
     session.challenge = RandomBase64(32);
     cJSON* auth = cJSON_AddObjectToObject(hello.get(), "authentication");
@@ -213,6 +240,13 @@ void Gateway::OnError(SoupWebsocketConnection*, GError* error, gpointer data) {
   session.gateway->metrics_.Refused(reason);
   ZLOG(1, "client %llu (%s): %s: %s", static_cast<unsigned long long>(session.id),
        session.address.c_str(), reason, error->message);
+  // A frame far over the limit makes the WebSocket layer drop the connection at once, without
+  // a close frame; the client is told why (1009) before the stream closes.
+  if (error->code == SOUP_WEBSOCKET_CLOSE_TOO_BIG) {
+    session.outbound->Stop();
+    std::string close = CloseFrame(SOUP_WEBSOCKET_CLOSE_TOO_BIG, close_reason::kTooLarge.name);
+    session.outbound->AddRaw(close.data(), close.size());
+  }
 }
 
 void Gateway::OnClosed(SoupWebsocketConnection*, gpointer data) {

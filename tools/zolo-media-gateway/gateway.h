@@ -39,6 +39,8 @@ class Gateway {
   // The port listened on (useful with port 0).
   int port() const { return port_; }
   const Metrics& metrics() const { return metrics_; }
+  // True once the media library has started.
+  bool library_ready() const { return library_ready_.load(); }
 
   // The library's signal callback (any thread); `user_data` is the gateway.
   static void OnSignal(const char* name, void* data, void* user_data);
@@ -77,8 +79,13 @@ class Gateway {
 
   // Library calls (worker.cc).
   static void RunJob(gpointer job, gpointer self);
-  static JsonHolder RunOne(const cJSON* request, int* code, std::string* metric_name);
+  static JsonHolder RunOne(const cJSON* request, bool library_ready, int* code,
+                           std::string* metric_name);
   static void RunProbe(gpointer probe, gpointer self);
+  // Subscribes to the engine's signals once the library has started (any thread).
+  void AttachLibrary();
+  // Closes (4011) the clients whose outbound queue stayed full longer than allowed.
+  void CloseStalledClients(gint64 now);
   gboolean Probe();
   void SetEngineUp(bool up, const std::string& reason);
   void Broadcast(const std::string& signal, JsonHolder data);
@@ -96,14 +103,16 @@ class Gateway {
                        gpointer self);
   struct FileRequest;
   // Answers `msg` with the file `name` (still escaped) inside `folder`, or with a still of
-  // bookmark `recording`'s folder; the file is found and read on a file thread.
+  // bookmark `recording`'s folder; the file is found and read on a file thread. A missing
+  // preview of layout `layout` is rendered first.
   void ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name,
-                 int recording = -1);
+                 int recording = -1, int layout = -1);
   static void RunFile(gpointer request, gpointer self);
   static void ReadFile(FileRequest* request);
   void FinishFile(FileRequest& request);
 
   Config config_;
+  std::string www_;  // the folder served at "/"
   GMainContext* context_ = nullptr;
   SoupServer* server_ = nullptr;
   int port_ = 0;
@@ -115,6 +124,8 @@ class Gateway {
   gint64 probe_started_ = 0;
   bool engine_up_ = true;
   bool database_ok_ = true;
+  std::atomic<bool> library_ready_{false};
+  gint64 library_tried_ = 0;  // the prober's last attempt to start the library
   FailureTracker failures_;
   Metrics metrics_;
   uint64_t next_session_ = 1;

@@ -21,6 +21,8 @@ namespace {
 
 constexpr const char* kLogSource = "zolo-media-gateway";
 constexpr off_t kMaxFileBytes = 64 << 20;
+// Requests are read-only; a GET may carry a few bytes of body, no more.
+constexpr goffset kMaxRequestBodyBytes = 4096;
 
 // Image kinds and the appliance folder each is served from ("" for the recording folder).
 const std::map<std::string, std::string>& ImageFolders() {
@@ -64,6 +66,12 @@ void Answer(SoupServerMessage* msg, guint status, const char* type, const std::s
   soup_server_message_set_response(msg, type, SOUP_MEMORY_COPY, body.data(), body.size());
 }
 
+std::string FormatLayoutName(unsigned id) {
+  char name[32];
+  std::snprintf(name, sizeof name, "layout_%03u.png", id);
+  return name;
+}
+
 bool IsGet(SoupServerMessage* msg) {
   const char* method = soup_server_message_get_method(msg);
   return std::strcmp(method, "GET") == 0 || std::strcmp(method, "HEAD") == 0;
@@ -79,6 +87,7 @@ struct Gateway::FileRequest {
   std::string folder;  // below the sandbox root; empty for a bookmark still
   std::string name;    // still escaped
   int recording = -1;  // a bookmark still's recording, or -1
+  int layout = -1;     // a layout preview rendered when it is missing, or -1
   std::string if_none_match;
   // The answer.
   guint status = SOUP_STATUS_NOT_FOUND;
@@ -90,7 +99,7 @@ struct Gateway::FileRequest {
 };
 
 void Gateway::ServeFile(SoupServerMessage* msg, const std::string& folder, const std::string& name,
-                        int recording) {
+                        int recording, int layout) {
   const char* match =
       soup_message_headers_get_one(soup_server_message_get_request_headers(msg), "If-None-Match");
   soup_server_message_pause(msg);
@@ -102,6 +111,7 @@ void Gateway::ServeFile(SoupServerMessage* msg, const std::string& folder, const
   request->folder = folder;
   request->name = name;
   request->recording = recording;
+  request->layout = layout;
   request->if_none_match = match != nullptr ? match : "";
   g_thread_pool_push(files_, request, nullptr);
 }
@@ -113,7 +123,8 @@ void Gateway::RunFile(gpointer data, gpointer) {
     // still is named as its bookmark stores it or by its file name in the stills folder.
     std::vector<zm_recording> found;
     std::string folder;
-    if (zm_get_recording(request->recording, &found, 0, 1) == 0 && found.size() == 1)
+    if (request->gateway->library_ready() &&
+        zm_get_recording(request->recording, &found, 0, 1) == 0 && found.size() == 1)
       folder = found[0].folder;
     request->folder = folder.empty() ? "" : SysrootPath(folder);
     if (!Sysroot().empty() && folder.compare(0, Sysroot().size(), Sysroot()) == 0)
@@ -124,6 +135,10 @@ void Gateway::RunFile(gpointer data, gpointer) {
       request->name = "bookmark_snapshots/" + request->name;
   }
   ReadFile(request);
+  // A layout whose preview was never rendered (or was lost) gets one now.
+  if (request->layout > 0 && request->etag.empty() && !request->outside &&
+      request->gateway->library_ready() && zm_render_layout_preview(request->layout) == 0)
+    ReadFile(request);
   g_main_context_invoke_full(
       request->gateway->context_, G_PRIORITY_DEFAULT,
       [](gpointer done) -> gboolean {
@@ -208,19 +223,53 @@ void Gateway::OnImage(SoupServer*, SoupServerMessage* msg, const char*, GHashTab
       name.find_first_not_of("0123456789") == id_end)
     return gateway.ServeFile(msg, "", name.substr(id_end + 1), std::atoi(name.c_str()));
   std::string base = folder->second.empty() ? gateway.config_.recording_folder : folder->second;
-  gateway.ServeFile(msg, SysrootPath(base), name);
+  int layout = -1;
+  if (folder->first == "layouts") {
+    unsigned id = 0;
+    char end = 0;
+    if (std::sscanf(name.c_str(), "layout_%u.png%c", &id, &end) == 1 &&
+        name == FormatLayoutName(id))
+      layout = static_cast<int>(id);
+  }
+  gateway.ServeFile(msg, SysrootPath(base), name, -1, layout);
 }
 
 void Gateway::OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
                       gpointer self) {
-  // Every path is read-only: anything but GET and HEAD is answered before its body is read,
-  // so no client can make the server hold a request body.
-  if (IsGet(msg)) return;
+  // Every path is read-only: anything but GET and HEAD, and any request announcing a body
+  // beyond a few bytes (or of unknown length), is refused from its headers alone. The server
+  // would read such a body before answering, so the answer is written to the socket here and
+  // the connection shut: no client can make the gateway wait for or hold a body.
   Gateway& gateway = *static_cast<Gateway*>(self);
-  gateway.metrics_.Refused("http_method");
-  ZLOG(1, "refused HTTP %s %s", soup_server_message_get_method(msg),
-       g_uri_get_path(soup_server_message_get_uri(msg)));
-  Answer(msg, SOUP_STATUS_METHOD_NOT_ALLOWED, "text/plain", "GET only\n");
+  SoupMessageHeaders* headers = soup_server_message_get_request_headers(msg);
+  SoupEncoding encoding = soup_message_headers_get_encoding(headers);
+  bool body = encoding != SOUP_ENCODING_NONE &&
+              (encoding != SOUP_ENCODING_CONTENT_LENGTH ||
+               soup_message_headers_get_content_length(headers) > kMaxRequestBodyBytes);
+  bool method = !IsGet(msg);
+  if (!method && !body) return;
+  const char* reason = method ? "http_method" : "http_body";
+  gateway.metrics_.Refused(reason);
+  ZLOG(1, "refused HTTP %s %s: %s", soup_server_message_get_method(msg),
+       g_uri_get_path(soup_server_message_get_uri(msg)), reason);
+  const char* answer =
+      method ? "HTTP/1.1 405 Method Not Allowed\r\nAllow: GET, HEAD\r\n"
+               "Content-Type: text/plain\r\nContent-Length: 9\r\nConnection: close\r\n\r\n"
+               "GET only\n"
+             : "HTTP/1.1 413 Content Too Large\r\nContent-Type: text/plain\r\n"
+               "Content-Length: 14\r\nConnection: close\r\n\r\nno body here\r\n";
+  GSocket* socket = soup_server_message_get_socket(msg);
+  if (socket != nullptr) {
+    // Over TLS the plain answer cannot be sent; the connection is only shut.
+    if (gateway.config_.tls_certificate.empty())
+      g_socket_send(socket, answer, std::strlen(answer), nullptr, nullptr);
+    g_socket_shutdown(socket, TRUE, TRUE, nullptr);
+  }
+  // The server finds the connection shut where it would read the body, and lets it go.
+  Answer(msg, method ? SOUP_STATUS_METHOD_NOT_ALLOWED : SOUP_STATUS_REQUEST_ENTITY_TOO_LARGE,
+         "text/plain", "refused\n");
+  soup_message_headers_replace(soup_server_message_get_response_headers(msg), "Connection",
+                               "close");
 }
 
 void Gateway::OnHealth(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,
@@ -245,7 +294,7 @@ void Gateway::OnStatic(SoupServer*, SoupServerMessage* msg, const char*, GHashTa
   if (!IsGet(msg)) return Answer(msg, SOUP_STATUS_METHOD_NOT_ALLOWED, "text/plain", "GET only\n");
   std::string path = g_uri_get_path(soup_server_message_get_uri(msg));
   if (path.empty() || path.back() == '/') path += "index.html";
-  gateway.ServeFile(msg, SysrootPath(gateway.config_.www), path.substr(1));
+  gateway.ServeFile(msg, gateway.www_, path.substr(1));
 }
 
 }  // namespace zolo::gateway

@@ -18,6 +18,7 @@ constexpr const char* kDefaultConfig = "/etc/media.conf";
 struct Options {
   gchar* config = nullptr;
   gchar* address = nullptr;
+  gchar* www = nullptr;
   gint port = -1;
   gboolean hash_password = FALSE;
   gboolean version = FALSE;
@@ -46,6 +47,10 @@ int main(int argc, char** argv) {
        "Address to listen on, instead of [Gateway] address", "ADDRESS"},
       {"port", 'p', 0, G_OPTION_ARG_INT, &options.port,
        "Port to listen on, instead of [Gateway] port (0: any free port)", "PORT"},
+      {"www", 'w', 0, G_OPTION_ARG_FILENAME, &options.www,
+       "Folder of the console page served at /, taken as given (default: [Gateway] www, else "
+       "the folder installed with the gateway)",
+       "DIR"},
       {"hash-password", 0, 0, G_OPTION_ARG_NONE, &options.hash_password,
        "Read a password on standard input and print the password_hash line to store", nullptr},
       {"version", 'V', 0, G_OPTION_ARG_NONE, &options.version, "Print the version and exit",
@@ -75,8 +80,10 @@ int main(int argc, char** argv) {
   // The option texts are copied where they are used and freed before anything can return.
   std::string config_file = options.config != nullptr ? options.config : "";
   std::string address = options.address != nullptr ? options.address : "";
+  std::string www = options.www != nullptr ? options.www : "";
   g_free(options.config);
   g_free(options.address);
+  g_free(options.www);
   if (options.version) {
     std::cout << "zolo-media-gateway " << ZM_VERSION_STRING << " (protocol 1)\n";
     return 0;
@@ -93,6 +100,7 @@ int main(int argc, char** argv) {
   }
   if (!address.empty()) config.address = address;
   if (options.port >= 0) config.port = options.port;
+  config.www_option = www;
   if (!zolo::gateway::IsLoopback(config.address) && config.password_hash.empty()) {
     std::cerr << "zolo-media-gateway: refusing to listen on " << config.address
               << " without a password: set [Gateway] password_hash (see --hash-password) or "
@@ -100,12 +108,14 @@ int main(int argc, char** argv) {
     return 2;
   }
 
-  if (zm_init(false) != 0) {
-    std::cerr << "zolo-media-gateway: the media library did not start (see the log)\n";
-    return 1;
-  }
+  // Without a database yet (a fresh appliance, an engine not up) the gateway still listens,
+  // says so in /healthz and answers requests -108 until the library starts.
+  config.library_ready = zm_init(false) == 0;
+  if (!config.library_ready)
+    std::cerr << "zolo-media-gateway: the media library did not start yet; retrying\n";
   GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
   int status = 0;
+  bool started = config.library_ready;
   {
     zolo::gateway::Gateway gateway(config);
     if (!gateway.Start(&problem)) {
@@ -123,9 +133,10 @@ int main(int argc, char** argv) {
       std::fflush(stdout);
       g_main_loop_run(loop);
       gateway.Stop();
+      started = gateway.library_ready();
     }
   }
   g_main_loop_unref(loop);
-  zm_release();
+  if (started) zm_release();
   return status;
 }

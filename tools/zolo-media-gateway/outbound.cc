@@ -58,6 +58,7 @@ Outbound::Added Outbound::Add(Frame frame, bool high_volume) {
   // A long burst goes out in pieces, and the limits count only what the socket would not take.
   if (queue_.size() >= kWriteEvery || full()) FlushLocked();
   if (full()) {
+    if (full_since_ == 0) full_since_ = g_get_monotonic_time();
     if (high_volume) return Added::kDropped;
     // The front chunk may be half written; it has to go out whole.
     auto begin = queue_.begin() + (head_sent_ > 0 ? 1 : 0);
@@ -131,7 +132,13 @@ bool Outbound::ConsumeWritten(size_t written) {
     queue_.pop_front();
     head_sent_ = 0;
   }
+  if (queue_.size() <= limits_.messages / 2 && queued_bytes_ <= limits_.bytes / 2) full_since_ = 0;
   return true;
+}
+
+gint64 Outbound::full_since() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return full_since_;
 }
 
 void Outbound::WatchWritable() {

@@ -48,6 +48,9 @@ class Outbound : public std::enable_shared_from_this<Outbound> {
   void Stop();
   // Flushes what the socket takes and stops writing for good (the stream is closing).
   void Close();
+  // Since when (monotonic µs) the queue has been full, dropping or refusing frames, without
+  // draining to half its limits since; 0 when it is not.
+  gint64 full_since();
 
  private:
   struct Chunk {
@@ -67,6 +70,7 @@ class Outbound : public std::enable_shared_from_this<Outbound> {
   size_t head_sent_ = 0;  // bytes of the front chunk already written
   size_t queued_bytes_ = 0;
   size_t raw_bytes_ = 0;
+  gint64 full_since_ = 0;
   GSource* watch_ = nullptr;
   bool stopped_ = false;
   bool closed_ = false;

@@ -129,9 +129,13 @@ int CheckRequest(const cJSON* request, const RequestSpec** known, std::string* c
 }
 
 std::string Message(int op, JsonHolder d) {
+  return Message(op, static_cast<const cJSON*>(d.get()));
+}
+
+std::string Message(int op, const cJSON* d) {
   JsonHolder message(cJSON_CreateObject());
   cJSON_AddNumberToObject(message.get(), "op", op);
-  cJSON_AddItemToObject(message.get(), "d", d.release());
+  cJSON_AddItemReferenceToObject(message.get(), "d", const_cast<cJSON*>(d));
   char* text = cJSON_PrintUnformatted(message.get());
   std::string result = text != nullptr ? text : "";
   cJSON_free(text);

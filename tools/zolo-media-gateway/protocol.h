@@ -60,6 +60,8 @@ enum RequestError {
   kHandlerFailed = -104,
   kNotRun = -105,
   kNoRequestType = -106,
+  kAnswerTooLarge = -107,
+  kNotReady = -108,
 };
 
 struct Decoded {
@@ -92,6 +94,8 @@ const char* ParamTypeName(ParamType type);
 
 // {"op": op, "d": d} as text; takes `d`.
 std::string Message(int op, JsonHolder d);
+// The same for a `d` the caller keeps.
+std::string Message(int op, const cJSON* d);
 // A RequestResponse "d" object.
 JsonHolder ResponseData(const std::string& type, const std::string& id, int code,
                         const std::string& comment, JsonHolder data);

@@ -45,8 +45,26 @@ Outcome GetRecording(const cJSON* args) {
   if (!TimeArg(args, "start", &start) || !TimeArg(args, "end", &end))
     return BadArgument(std::string("start and end ") + kBadTime);
   auto pattern = OptionalText(args, "pattern");
-  return Recordings(zm_get_recording(start, end, CStr(pattern), &out, BoolArg(args, "with_videos")),
-                    out);
+  bool with_videos = BoolArg(args, "with_videos");
+  unsigned count = UnsignedInt(args, "count");
+  if (count == 0)
+    return Recordings(zm_get_recording(start, end, CStr(pattern), &out, with_videos), out);
+  // A search answers one page and the number of matches, so that a common word never
+  // makes an answer no client can take; videos are read for that page only.
+  int code = zm_get_recording(start, end, CStr(pattern), &out, false);
+  if (code < 0) return Code(code);
+  size_t total = out.size();
+  size_t first = std::min(total, static_cast<size_t>(UnsignedInt(args, "page")) * count);
+  out.erase(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(first));
+  if (out.size() > count) out.resize(count);
+  for (zm_recording& recording : out) {
+    if (!with_videos) break;
+    code = zm_get_video_by_recording_id(recording.id, &recording.videos);
+    if (code < 0 && code != -5) return Code(code);
+  }
+  Outcome outcome = Recordings(0, out);
+  cJSON_AddNumberToObject(outcome.data.get(), "total", static_cast<double>(total));
+  return outcome;
 }
 
 Outcome GetRecordingLite(const cJSON* args) {
@@ -214,8 +232,8 @@ void AddRecordingRequests(RequestTable& table) {
             {"pattern", kText, false},
             {"with_videos", kBool, false}},
            GetRecording,
-           "Recordings by `name`, by `id` (0: page `page` of `count`), or by time range and "
-           "`pattern`."},
+           "Recordings by `name`, by `id` (0: page `page` of `count`, from 0), or by time range "
+           "and `pattern` (with `count`: page `page` of the matches and their `total`)."},
           {"get_status_recording", by_status,
            [](const cJSON* a) {
              std::vector<zm_recording> out;

@@ -4,6 +4,7 @@
 #include <zolo/media_json/signals_json.h>
 #include <zolo/sysroot.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -19,6 +20,7 @@ constexpr size_t kMaxPendingSignals = 65536;
 constexpr const char* kListRequest = "get_request_list";
 constexpr int kListenBacklog = 128;
 constexpr int kFileThreads = 4;
+constexpr gint64 kLibraryRetryUs = 2 * G_USEC_PER_SEC;
 
 // The gateway that receives the library's signal callbacks; cleared before it goes away.
 std::mutex g_active_mutex;
@@ -38,6 +40,12 @@ bool DatabaseReadable(const std::string& path) {
   size_t got = std::fread(header, 1, sizeof header, file);
   std::fclose(file);
   return got == sizeof header && std::memcmp(header, "SQLite format 3", 16) == 0;
+}
+
+// The answer to `request` when its result is too large for any client's queue.
+JsonHolder TooLarge(const cJSON* request) {
+  return ResponseData(RequestType(request), RequestId(request), kAnswerTooLarge,
+                      "answer too large: ask for a page", nullptr);
 }
 
 }  // namespace
@@ -64,7 +72,15 @@ JsonHolder RequestListData() {
   return data;
 }
 
-JsonHolder Gateway::RunOne(const cJSON* request, int* code, std::string* metric_name) {
+JsonHolder Gateway::RunOne(const cJSON* request, bool library_ready, int* code,
+                           std::string* metric_name) {
+  if (!library_ready) {
+    *metric_name = "unknown";
+    *code = kNotReady;
+    return ResponseData(RequestType(request), RequestId(request), kNotReady,
+                        "the media library is not ready: no configuration or database yet",
+                        nullptr);
+  }
   std::string type = RequestType(request);
   std::string id = RequestId(request);
   *metric_name = "unknown";
@@ -103,10 +119,15 @@ void Gateway::RunJob(gpointer data, gpointer) {
   int code = 0;
   std::string name;
   std::string response;
+  size_t room = job->gateway->config_.max_answer_bytes;
   if (!job->batch) {
-    JsonHolder d = RunOne(job->d, &code, &name);
-    job->outcomes.emplace_back(name, code);
+    JsonHolder d = RunOne(job->d, job->gateway->library_ready(), &code, &name);
     response = Message(kRequestResponse, std::move(d));
+    if (response.size() > room) {
+      code = kAnswerTooLarge;
+      response = Message(kRequestResponse, TooLarge(job->d));
+    }
+    job->outcomes.emplace_back(name, code);
   } else {
     const cJSON* halt = cJSON_GetObjectItemCaseSensitive(job->d, "haltOnFailure");
     bool halt_on_failure = cJSON_IsTrue(halt);
@@ -123,13 +144,33 @@ void Gateway::RunJob(gpointer data, gpointer) {
         code = kNotRun;
         name = "unknown";
       } else {
-        result = RunOne(request, &code, &name);
+        result = RunOne(request, job->gateway->library_ready(), &code, &name);
         failed = failed || code < 0;
       }
       job->outcomes.emplace_back(name, code);
       cJSON_AddItemToArray(results, result.release());
     }
-    response = Message(kRequestBatchResponse, std::move(d));
+    response = Message(kRequestBatchResponse, d.get());
+    if (response.size() > room) {
+      // The results that do not fit, in order, are answered "too large" instead.
+      size_t used = 0;
+      int index = 0;
+      for (cJSON* result = results->child; result != nullptr; result = result->next, ++index) {
+        char* printed = cJSON_PrintUnformatted(result);
+        size_t size = printed != nullptr ? std::strlen(printed) : room;
+        cJSON_free(printed);
+        if (used + size <= room / 2) {
+          used += size;
+          continue;
+        }
+        JsonHolder refused = TooLarge(result);
+        used += 256;
+        cJSON_ReplaceItemViaPointer(results, result, refused.get());
+        result = refused.release();
+        job->outcomes[static_cast<size_t>(index)].second = kAnswerTooLarge;
+      }
+      response = Message(kRequestBatchResponse, d.get());
+    }
   }
   // The answer leaves from here and the bookkeeping is done here, so that a request never
   // waits for the main loop to wake; only a client with no room left involves it.
@@ -155,19 +196,25 @@ void Gateway::RunJob(gpointer data, gpointer) {
 
 void Gateway::RunProbe(gpointer data, gpointer) {
   auto* result = static_cast<ProbeResult*>(data);
-  result->engine_ok = zm_get_state(nullptr) >= 0;
+  Gateway& gateway = *result->gateway;
+  // A fresh appliance may have no database yet: the library starts once it appears.
+  gint64 now = g_get_monotonic_time();
+  if (!gateway.library_ready_.load() && now - gateway.library_tried_ >= kLibraryRetryUs) {
+    gateway.library_tried_ = now;
+    if (zm_init(false) == 0) gateway.AttachLibrary();
+  }
+  result->engine_ok = gateway.library_ready_.load() && zm_get_state(nullptr) >= 0;
   result->database_ok = DatabaseReadable(SysrootPath(result->gateway->config_.database));
   g_main_context_invoke_full(
       result->gateway->context_, G_PRIORITY_DEFAULT,
       [](gpointer done) -> gboolean {
         std::unique_ptr<ProbeResult> probe(static_cast<ProbeResult*>(done));
-        Gateway& gateway = *probe->gateway;
-        gateway.probe_outstanding_ = false;
-        gateway.database_ok_ = probe->database_ok;
-        if (!probe->engine_ok) gateway.metrics_.EngineCallFailed();
-        gateway.SetEngineUp(probe->engine_ok, probe->engine_ok
-                                                  ? "the media engine answers again"
-                                                  : "the media engine does not answer");
+        Gateway& owner = *probe->gateway;
+        owner.probe_outstanding_ = false;
+        owner.database_ok_ = probe->database_ok;
+        if (!probe->engine_ok) owner.metrics_.EngineCallFailed();
+        owner.SetEngineUp(probe->engine_ok, probe->engine_ok ? "the media engine answers again"
+                                                             : "the media engine does not answer");
         return G_SOURCE_REMOVE;
       },
       result, nullptr);
@@ -175,16 +222,42 @@ void Gateway::RunProbe(gpointer data, gpointer) {
 
 gboolean Gateway::Probe() {
   gint64 now = g_get_monotonic_time();
+  CloseStalledClients(now);
   if (probe_outstanding_) {
-    // A stalled engine: the query is still waiting for its answer.
+    // A stalled engine: the query is still waiting for its answer. The library's own timeout
+    // is longer; clients hear of it after `engine_timeout_ms`, not after that.
     if (now - probe_started_ > static_cast<gint64>(config_.engine_timeout_ms) * 1000)
       SetEngineUp(false, "the media engine does not answer");
     return G_SOURCE_CONTINUE;
   }
+  if (now - probe_started_ < static_cast<gint64>(config_.engine_probe_ms) * 1000)
+    return G_SOURCE_CONTINUE;
   probe_outstanding_ = true;
   probe_started_ = now;
   g_thread_pool_push(prober_, new ProbeResult{this, false, false}, nullptr);
   return G_SOURCE_CONTINUE;
+}
+
+void Gateway::CloseStalledClients(gint64 now) {
+  // A client whose queue stays full loses its high-volume events first; one that does not
+  // catch up within the bound goes, so that it cannot hold its slot for ever.
+  std::vector<Session*> stalled;
+  for (auto& [id, session] : sessions_) {
+    gint64 since = session->outbound->full_since();
+    if (!session->closing && since != 0 &&
+        now - since > static_cast<gint64>(config_.slow_consumer_ms) * 1000)
+      stalled.push_back(session.get());
+  }
+  for (Session* session : stalled)
+    Close(*session, close_reason::kSlowConsumer, "queue stayed full");
+}
+
+void Gateway::AttachLibrary() {
+  zm_set_opt(0, 1);
+  for (const std::string& name : json::SignalNames())
+    if (zm_register_signal(name.c_str(), OnSignal) < 0)
+      ZLOG(1, "cannot subscribe to signal %s", name.c_str());
+  if (!library_ready_.exchange(true)) ZLOG(2, "the media library is ready");
 }
 
 void Gateway::SetEngineUp(bool up, const std::string& reason) {
@@ -267,6 +340,10 @@ void Gateway::DispatchSignals() {
 
 bool Gateway::Start(std::string* error) {
   context_ = g_main_context_ref_thread_default();
+  www_ = WwwFolder(config_);
+  // Until the first probe answers, health says what is known now.
+  database_ok_ = DatabaseReadable(SysrootPath(config_.database));
+  engine_up_ = config_.library_ready;
   if (!config_.tls_certificate.empty()) {
     GError* failure = nullptr;
     GTlsCertificate* certificate =
@@ -331,7 +408,9 @@ bool Gateway::Start(std::string* error) {
   workers_ = g_thread_pool_new(RunJob, this, config_.worker_threads, FALSE, nullptr);
   prober_ = g_thread_pool_new(RunProbe, this, 1, FALSE, nullptr);
   files_ = g_thread_pool_new(RunFile, this, kFileThreads, FALSE, nullptr);
-  GSource* probe = g_timeout_source_new(static_cast<guint>(config_.engine_probe_ms));
+  // The watch looks twice per probe interval, so a stall is noticed soon after its timeout.
+  GSource* probe =
+      g_timeout_source_new(static_cast<guint>(std::max(config_.engine_probe_ms / 2, 10)));
   g_source_set_callback(
       probe, [](gpointer self) { return static_cast<Gateway*>(self)->Probe(); }, this, nullptr);
   probe_source_ = g_source_attach(probe, context_);
@@ -341,10 +420,10 @@ bool Gateway::Start(std::string* error) {
     std::lock_guard<std::mutex> lock(g_active_mutex);
     g_active = this;
   }
-  zm_set_opt(0, 1);
-  for (const std::string& name : json::SignalNames())
-    if (zm_register_signal(name.c_str(), OnSignal) < 0)
-      ZLOG(1, "cannot subscribe to signal %s", name.c_str());
+  if (config_.library_ready)
+    AttachLibrary();
+  else
+    ZLOG(1, "the media library is not ready; requests wait for its database");
   ZLOG(2, "listening on %s port %d%s", config_.address.c_str(), port_,
        config_.tls_certificate.empty() ? "" : " (TLS)");
   return true;

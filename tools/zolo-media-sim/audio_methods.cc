@@ -33,6 +33,7 @@ constexpr int kMaxMode = 2;
 constexpr int kUnknownPort = -1005;
 constexpr int kBadArgument = -1003;
 constexpr int kLevelTickMs = 200;
+constexpr const char* kProgramMix = "Audio-Mix";
 
 struct Port {
   bool output = false;
@@ -52,8 +53,10 @@ struct Port {
 
 struct Ports {
   std::map<std::string, Port> ports;
+  Port program;  // the program mix ("Audio-Mix"), the loudest input
   std::mt19937 random{20240611};
   Clock::time_point next_tick;
+  Clock::time_point next_refresh;
 
   // A port that just joined, somewhere around a working level.
   Port Fresh() {
@@ -86,14 +89,35 @@ struct Ports {
     ports.swap(found);
   }
 
-  // Levels wander around a working level; muted ports fall silent.
-  int Tick() {
+  // Levels wander around a working level; muted ports fall silent. With level signals on,
+  // every port and the program mix announce their level each tick, as a real engine does.
+  int Tick(MediaSimulator& sim) {
     auto now = Clock::now();
     if (now < next_tick)
       return static_cast<int>(
                  std::chrono::duration_cast<std::chrono::milliseconds>(next_tick - now).count()) +
              1;
-    next_tick = now + std::chrono::milliseconds(kLevelTickMs);
+    int signal_ms = sim.level_interval_ms();
+    int tick_ms = signal_ms > 0 ? std::min(signal_ms, kLevelTickMs) : kLevelTickMs;
+    next_tick = now + std::chrono::milliseconds(tick_ms);
+    if (signal_ms > 0 && now >= next_refresh) {
+      Refresh(sim);
+      next_refresh = now + std::chrono::seconds(2);
+    }
+    Wander();
+    if (signal_ms <= 0) return tick_ms;
+    for (const auto& [name, port] : ports) SignalLevel(sim, name, port);
+    SignalLevel(sim, kProgramMix, program);
+    return tick_ms;
+  }
+
+  static void SignalLevel(MediaSimulator& sim, const std::string& name, const Port& port) {
+    sim.Signal("audio_level", "{\"Name\":\"" + name + "\",\"Level\":" + std::to_string(port.level) +
+                                  ",\"Left\":" + std::to_string(port.left) +
+                                  ",\"Right\":" + std::to_string(port.right) + "}");
+  }
+
+  void Wander() {
     std::uniform_int_distribution<int> step(-3, 3);
     for (auto& [name, port] : ports) {
       if (port.muted) {
@@ -109,7 +133,13 @@ struct Ports {
       port.warning = port.output && port.monitor_mode > 0 &&
                      port.below_since_ticks * kLevelTickMs >= int64_t{port.monitor_seconds} * 1000;
     }
-    return kLevelTickMs;
+    program.level = program.left = program.right = -90;
+    for (const auto& [name, port] : ports) {
+      if (port.output) continue;
+      program.level = std::max(program.level, port.level);
+      program.left = std::max(program.left, port.left);
+      program.right = std::max(program.right, port.right);
+    }
   }
 };
 
@@ -216,7 +246,7 @@ std::string PortsReply(const Ports& ports, bool outputs) {
 
 void RegisterAudioMethods(MediaSimulator& sim) {
   auto ports = std::make_shared<Ports>();
-  sim.AddTicker([ports](MediaSimulator&) { return ports->Tick(); });
+  sim.AddTicker([ports](MediaSimulator& engine) { return ports->Tick(engine); });
   for (bool outputs : {false, true})
     sim.Handle(outputs ? "get_audio_output_info" : "get_audio_input_info",
                [ports, outputs](const std::string&, MediaSimulator& engine) {

@@ -6,6 +6,8 @@
 #include <iostream>
 #include <string>
 
+#include <zolo/config.h>
+#include <zolo/sysroot.h>
 #include <zolo_model/media_model.h>
 
 #include "zolo_media_sim.h"
@@ -19,7 +21,9 @@ int main(int argc, char** argv) {
   app.add_option("--state", state, "Initial engine state (1 idle, 3 recording, 4 paused)")
       ->capture_default_str();
   std::string database;
-  app.add_option("--database", database, "Media database the stream methods read");
+  app.add_option("--database", database,
+                 "Media database the stream methods read (default: [Application] database of "
+                 "/etc/media.conf, below the sandbox root)");
   std::string initial_sql;
   app.add_option("--initial-sql", initial_sql,
                  "Create the database from this SQL file when it does not exist yet");
@@ -27,8 +31,12 @@ int main(int argc, char** argv) {
   app.add_option("--sandbox", sandbox,
                  "Sandbox root: the configuration and the recordings are read and written "
                  "below it");
-  bool demo_signals = false;
-  app.add_flag("--demo-signals", demo_signals, "Emit \"audio_level\" once a second");
+  int level_rate = 10;
+  app.add_option("--level-rate", level_rate,
+                 "\"audio_level\" of every configured audio port and the program mix this many "
+                 "times a second (0: none)")
+      ->capture_default_str()
+      ->check(CLI::Range(0, 60));
   int generate = 0;
   app.add_option("--generate-recordings", generate,
                  "Fill the recording database with N generated recordings (3 videos each, "
@@ -39,6 +47,14 @@ int main(int argc, char** argv) {
       ->check(CLI::NonNegativeNumber);
   CLI11_PARSE(app, argc, argv);
   if (!sandbox.empty()) setenv("ZOLO_SYSROOT", sandbox.c_str(), 1);
+  // The database the library opens: the configuration names it, below the sandbox root.
+  if (database.empty()) {
+    ::Config config(zolo::SysrootPath("/etc/media.conf").c_str());
+    std::string named;
+    if (config.Load() == 0)
+      config.GetValue("Application", "database", "/var/lib/zolo/media.db", &named);
+    database = zolo::SysrootPath(named.empty() ? "/var/lib/zolo/media.db" : named);
+  }
 
   sigset_t signals;
   sigemptyset(&signals);
@@ -62,16 +78,9 @@ int main(int argc, char** argv) {
     std::cerr << "zolo-media-sim: cannot serve zolo.media: " << std::strerror(-r) << '\n';
     return 1;
   }
+  simulator.set_level_interval_ms(level_rate > 0 ? 1000 / level_rate : 0);
   std::cout << "zolo-media-sim: serving zolo.media" << std::endl;
-  struct timespec second = {1, 0};
-  for (int tick = 1;; ++tick) {
-    int received =
-        demo_signals ? sigtimedwait(&signals, nullptr, &second) : sigwaitinfo(&signals, nullptr);
-    if (received > 0) break;
-    if (!demo_signals) continue;
-    simulator.Emit("audio_level",
-                   "{\"Name\":\"Audio-Mix\",\"Level\":" + std::to_string(-20 - tick % 7) +
-                       ",\"Left\":-21,\"Right\":-19}");
+  while (sigwaitinfo(&signals, nullptr) < 0) {
   }
   simulator.Stop();
   return 0;

@@ -44,6 +44,7 @@ struct MediaSimulator::Impl {
   std::vector<Request> requests;
   std::list<Delayed> delayed;
   std::string database_path;
+  std::atomic<int> level_interval_ms{0};
   int last_recording = 0;
   std::vector<Ticker> tickers;
 
@@ -357,6 +358,15 @@ int MediaSimulator::Emit(const std::string& name, const std::string& payload) {
                              payload.c_str());
   impl_->Wake();  // the loop writes the queued message out
   return r < 0 ? r : 0;
+}
+
+void MediaSimulator::set_level_interval_ms(int ms) {
+  impl_->level_interval_ms = ms > 0 ? ms : 0;
+  impl_->Wake();
+}
+
+int MediaSimulator::level_interval_ms() const {
+  return impl_->level_interval_ms;
 }
 
 void MediaSimulator::set_database(const std::string& path) {

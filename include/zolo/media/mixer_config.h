@@ -81,6 +81,10 @@ ZM_EXPORT int zm_remove_layout(int id);
 // Replaces the geometry and crop of window `index` of a custom layout (the source stays).
 // The model's result (0; -3 bad index); -5 not custom or no such layout; -3 null window.
 ZM_EXPORT int zm_set_video_layout_content(int id, int index, zm_video_layout* window);
+// Renders the preview image of layout `id` now (the renderer runs on the calling thread),
+// replacing any earlier one. 0; -1 the renderer failed (logged); -2 a display layout, which
+// has no preview; -5 no such layout or a free slot.
+ZM_EXPORT int zm_render_layout_preview(int id);
 // Id of the layout the display mixer shows, 0 for none; -5 when there is no display mixer.
 ZM_EXPORT int zm_get_display_layout();
 

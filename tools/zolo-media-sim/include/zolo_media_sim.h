@@ -70,6 +70,10 @@ class MediaSimulator {
   // Media database the stream methods read (opened on first use when the process has not
   // connected the model itself).
   void set_database(const std::string& path);
+  // "audio_level" of every configured audio port and of the program mix ("Audio-Mix") every
+  // `ms` milliseconds; 0 (the default): none.
+  void set_level_interval_ms(int ms);
+  int level_interval_ms() const;
   // Id of the last recording written to the recording database; 0 before the first.
   int last_recording_id() const;
 
