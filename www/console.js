@@ -61,15 +61,24 @@ function clock(seconds) {
 
 // The gateway names the appliance's zone in Hello; without it the page says UTC.
 const zone = { name: 'UTC', offset: 0, format: null };
+// A zone without a name that browsers know is shown by its offset now ("UTC+05:30").
+function offsetName(seconds) {
+  if (!seconds) return 'UTC';
+  const minutes = Math.abs(Math.round(seconds / 60));
+  return `UTC${seconds < 0 ? '−' : '+'}${pad(Math.floor(minutes / 60))}:${pad(minutes % 60)}`;
+}
 function setZone(timeZone) {
-  zone.name = (timeZone && typeof timeZone.name === 'string' && timeZone.name) || 'UTC';
-  zone.offset = timeZone && Number.isFinite(timeZone.offsetSeconds) ? timeZone.offsetSeconds : 0;
-  try {
-    zone.format = new Intl.DateTimeFormat('en-GB', { timeZone: zone.name, hourCycle: 'h23',
-      year: 'numeric', month: '2-digit', day: '2-digit', hour: '2-digit', minute: '2-digit', second: '2-digit' });
-  } catch (error) {  // a name this browser does not know: its fixed offset stands in
-    zone.format = null;
-    if (!timeZone || !timeZone.name) zone.name = 'UTC';
+  const known = timeZone && typeof timeZone === 'object';
+  zone.offset = known && Number.isFinite(timeZone.offsetSeconds) ? timeZone.offsetSeconds : 0;
+  zone.name = (known && typeof timeZone.name === 'string' && timeZone.name) || offsetName(zone.offset);
+  zone.format = null;
+  if (known && timeZone.name) {
+    try {
+      zone.format = new Intl.DateTimeFormat('en-GB', { timeZone: zone.name, hourCycle: 'h23',
+        year: 'numeric', month: '2-digit', day: '2-digit', hour: '2-digit', minute: '2-digit', second: '2-digit' });
+    } catch (error) {  // a name this browser does not know: the offset stands in
+      zone.name = offsetName(zone.offset);
+    }
   }
   for (const node of $$('.zone-name')) node.textContent = zone.name;
   $('#rec-when').textContent = `Recorded (${zone.name})`;
@@ -693,7 +702,8 @@ const recordings = {
     await guarded(this.panel, async () => {
       let rows;
       if (this.query) {
-        const { data } = await client.request(api.recordings, { name: this.query, page: this.page, count: PAGE_SIZE });
+        // Names (and notes) containing the text, one page at a time with the number of matches.
+        const { data } = await client.request(api.recordings, { pattern: this.query, page: this.page, count: PAGE_SIZE });
         rows = list(data);
         this.total = Number.isFinite(data.total) ? data.total : this.page * PAGE_SIZE + rows.length;
       } else {
