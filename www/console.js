@@ -261,8 +261,10 @@ function availability() {
   for (const set of $$('fieldset.needs-engine')) set.disabled = !ready || client.engine === 'lost';
   $('#event-filter').disabled = signedOut;
 
-  // Without the gateway or the engine, the engine's state is not known: say so.
+  // Without the gateway or the engine, the engine's state is not known: say so, and let
+  // the meters fall silent rather than freeze at their last level.
   if (!ready || client.engine === 'lost') {
+    audio.silence();
     $('#engine-state').textContent = 'unknown';
     $('#engine-state').className = 'pill';
   } else if (header.state !== undefined && $('#engine-state').textContent === 'unknown') {
@@ -638,6 +640,10 @@ const audio = {
     this.meters.set(port.name, { bar, peak, box, text, level, peakLevel: level, peakAt: performance.now(), shown: null });
     return item;
   },
+  silence() {
+    for (const meter of this.meters.values()) meter.level = meter.peakLevel = FLOOR;
+    this.dirty = true;
+  },
   set(port, volume, mute) {
     return guarded(this.panel, () => client.request(port.kind === 'output' ? api.setAudioOutput : api.setAudioInput,
       { name: port.name, volume, mute }));
@@ -925,8 +931,8 @@ client.addEventListener('event', (e) => {
   }
 });
 client.addEventListener('state', () => {
+  if (client.hello) setZone(client.hello.timeZone);
   if (client.state === 'ready') {
-    setZone(client.hello && client.hello.timeZone);
     login.accepted();
     const why = everReady ? 'reconnect' : 'first';
     everReady = true;

@@ -48,7 +48,10 @@ def axe_script():
     script = os.path.join(folder, "node_modules", "axe-core", "axe.min.js")
     lock = os.path.join(HERE, "package-lock.json")
     stamp = os.path.join(folder, "package-lock.json")
-    if not os.path.exists(script) or not os.path.exists(stamp) or open(stamp).read() != open(lock).read():
+    def text(path):
+        with open(path) as f:
+            return f.read()
+    if not os.path.exists(script) or not os.path.exists(stamp) or text(stamp) != text(lock):
         npm = shutil.which("npm")
         if not npm:
             raise RuntimeError("npm is needed to install axe-core for the browser test")
@@ -328,6 +331,7 @@ class ConsoleTest(unittest.TestCase):
         self.driver.get(self.url())
         self.until(lambda d: self.login_open(d), message="password prompt")
         self.assertEqual(self.text("#event-empty"), "No events yet.")
+        self.until(lambda d: ZONE in self.text("#events .zone-note"), message="the zone from Hello")
         # Nothing behind the dialog looks usable.
         usable = [c[0] for c in self.js(CONTROLS_JS) if not c[3]]
         self.assertEqual(usable, [], "controls enabled behind the password dialog")
@@ -658,6 +662,9 @@ class ConsoleTest(unittest.TestCase):
             print(f"\nfigure: 'engine not answering' shown {time.time() - started:.1f} s after the engine stopped")
             self.assertIn("engine is not answering", self.text("#conn-alert"))
             self.assertEqual(self.engine_state(), "unknown", "a state nobody confirms")
+            self.until(lambda d: set(self.js("return [...document.querySelectorAll('.meters li[data-port] .db')]"
+                                             ".map(e => e.textContent)")) == {"−∞"},
+                       seconds=1, message="meters frozen at their last level")
             self.assertTrue(self.engine_controls_disabled(), "engine controls still enabled")
             self.assertFalse(self.js("return document.querySelector('fieldset.needs-gateway').disabled"),
                              "recordings can still be browsed")
