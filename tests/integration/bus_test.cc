@@ -216,11 +216,12 @@ TEST_F(BusTest, SignalsAndCallsResumeAfterTheBusItselfRestarts) {
 
 TEST_F(BusTest, BadArgumentsAreRefused) {
   bus_client* idle = bus_client_new("idle");  // never connected: errors, not a crash
+  // A length without a text is refused too.
   const std::pair<int, int> cases[] = {
       {CallSync(nullptr, "media", "get_state"), BUS_EINVAL},
       {CallSync(client_, nullptr, "get_state"), BUS_EINVAL},
       {CallSync(client_, "media", "bad name!"), BUS_EINVAL},
-      {CallSync(client_, "media", "x", 5), BUS_EINVAL},  // a length without text
+      {CallSync(client_, "media", "x", 5), BUS_EINVAL},
       {bus_signal_subscribe(client_, "media", "audio_level", nullptr), BUS_EINVAL},
       {bus_signal_subscribe(nullptr, "media", "audio_level", Record), BUS_EINVAL},
       {bus_signal_unsubscribe(client_, "media", "never"), BUS_ERROR},

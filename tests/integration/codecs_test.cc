@@ -159,7 +159,8 @@ TEST_F(CodecsTest, RefusedChangesLeaveTheDatabaseAlone) {
 
 TEST_F(CodecsTest, NdiPreviewFollowsAnEditedPresetWhenConfigured) {
   // The preview profile's video codec, frame rate and gop afterwards (30 and 30 with H.264
-  // when untouched), and whether the NDI streams are enabled afterwards.
+  // when untouched), and whether the NDI streams are enabled afterwards. A frame rate alone
+  // leaves the profile's gop as it was.
   struct Case {
     bool on;
     const char *codec, *parameters, *profile_codec;
@@ -170,7 +171,7 @@ TEST_F(CodecsTest, NdiPreviewFollowsAnEditedPresetWhenConfigured) {
       {true, "H.264", R"({"frame_rate":60,"gop":120})", "H.264", 30, 120, true},
       {true, "H.265", R"({"frame_rate":50,"gop":50})", "H.265", 25, 50, true},
       {true, "H.264", R"({"frame_rate":59,"gop":59})", "H.264", 59, 59, true},
-      {true, "H.264", R"({"frame_rate":24})", "H.264", 24, 30, true},  // the profile keeps its gop
+      {true, "H.264", R"({"frame_rate":24})", "H.264", 24, 30, true},
       {true, "RAW", R"({"frame_rate":60})", "H.264", 30, 30, false},
       {false, "H.264", R"({"frame_rate":60,"gop":60})", "H.264", 30, 30, true},
       {false, "RAW", R"({"frame_rate":60})", "H.264", 30, 30, true},

@@ -30,13 +30,35 @@ class FrameTest : public EngineTest {
 };
 
 TEST_F(FrameTest, EngineCodesMapThroughTheTable) {
-  const std::pair<int, int> table[] = {// engine code, library code{0, 0},       {-5, -6}, {-1001,
-                                       // -1},  {-1002, -2},  {-1003, -3},
-                                       {-1004, -4},  {-1005, -5},  {-1006, -10}, {-1007, -1},
-                                       {-1008, -1},  {-1009, -11}, {-1010, -1},  {-1011, -7},
-                                       {-1012, -7},  {-1013, -8},  {-1014, -9},  {-1015, -12},
-                                       {-1016, -13}, {-1017, -14}, {-1018, -15}, {-1019, -1},
-                                       {1, -1},      {-6, -1},     {12345, -1}};
+  // Each row: the engine's code, the library's code it becomes.
+  // clang-format off
+  const std::pair<int, int> table[] = {
+      {0, 0},
+      {-5, -6},
+      {-1001, -1},
+      {-1002, -2},
+      {-1003, -3},
+      {-1004, -4},
+      {-1005, -5},
+      {-1006, -10},
+      {-1007, -1},
+      {-1008, -1},
+      {-1009, -11},
+      {-1010, -1},
+      {-1011, -7},
+      {-1012, -7},
+      {-1013, -8},
+      {-1014, -9},
+      {-1015, -12},
+      {-1016, -13},
+      {-1017, -14},
+      {-1018, -15},
+      {-1019, -1},
+      {1, -1},
+      {-6, -1},
+      {12345, -1},
+  };
+  // clang-format on
   for (const auto& c : table) {
     sim_.Force("start", Forced{Forced::kCode, c.first, 0, ""});
     EXPECT_EQ(zm_start(), c.second) << "engine code " << c.first;

@@ -5,12 +5,14 @@
 #include <unistd.h>
 #include <zolo/media.h>
 
+#include <cerrno>
 #include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "recording_fixture.h"
+#include "request_helpers.h"
 #include "request_table.h"
 
 namespace {
@@ -180,6 +182,7 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
     std::string args;
     int code;
   };
+  // The last two are allowed: inside the image folder, and a recording's own bookmark file.
   const Case cases[] = {
       {"make_video_snapshot", R"({"mixer":1,"uri":"file:///tmp/a.jpg","width":64,"height":36})",
        -3},
@@ -199,7 +202,6 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
        R"({"path":")" + sandbox_->Path(images) + R"(/a.json","json":"[]"})", -3},
       {"start_stream", R"({"filenames":{"movie1":"../../etc/x.mp4"}})", -3},
       {"set_video_thumbnail", R"({"id":1,"path":"../../x.jpg"})", -3},
-      // Allowed: inside the image folder, and a recording's own bookmark file.
       {"make_video_snapshot",
        R"({"mixer":1,"uri":"file://)" + images + R"(/shot.jpg","width":64,"height":36})", 0},
       {"load_recording_bookmark", R"({"path":")" + bookmark + R"("})", 0},
@@ -218,6 +220,79 @@ TEST_F(GatewayRequestsTest, ClientPathsOutsideTheAppliancesFoldersAreRefused) {
   }
   EXPECT_EQ(access(sandbox_->Path(images + "/shot.jpg").c_str(), F_OK), 0);
   EXPECT_EQ(zolo::gateway::RefusedArguments() - refused_before, static_cast<uint64_t>(refusals));
+}
+
+// A folder whose name begins with an allowed folder's name ("recordings_old" beside
+// "recordings") is outside it, named directly or through a symbolic link inside the allowed
+// folder, for every request that names a file. Inside, the same request is not refused.
+TEST_F(GatewayRequestsTest, SiblingsOfAllowedFoldersAreOutside) {
+  AddRecording("morning", 1000);
+  struct Case {
+    const char* request;
+    const char* args;  // "%s": the folder of the file
+    bool real;         // the library opens it: a real path, not a system path
+  };
+  // clang-format off
+  const Case requests[] = {
+      {"make_video_snapshot", R"({"mixer":1,"uri":"file://%s/a.jpg","width":64,"height":36})", false},
+      {"make_channel_snapshot", R"({"channel":1,"uri":"file://%s/a.jpg","width":64,"height":36})", false},
+      {"playback", R"({"uri":"%s/a.mp4","time":0})", false},
+      {"change_playback", R"({"uri":"file://%s/a.mp4","time":0})", false},
+      {"set_video_foreground", R"({"path":"%s/a.png"})", false},
+      {"set_video_overlay", R"({"path":"file://%s/a.png","x":0,"y":0})", false},
+      {"set_stream_destination", R"({"name":"movie1","destination":"file://%s/a.mp4"})", false},
+      {"set_schedule_stream_destination", R"({"destinations":["rtmp://x/live","%s/a.mp4"]})", false},
+      {"enable_channel_source", R"({"channel":1,"connect":true,"uri":"file://%s/a.mp4"})", false},
+      {"enable_source", R"({"source":1,"connect":true,"sub_uri":"%s/a.mp4"})", false},
+      {"load_recording_bookmark", R"({"path":"%s/bookmark.json"})", true},
+      {"save_recording_bookmark_file", R"({"path":"%s/bookmark.json","json":"[]"})", true},
+      {"save_recording_bookmark_file", R"({"bookmark":{"path":"%s/bookmark.json","items":[]}})", true},
+      {"update_recording_bookmark", R"({"bookmark":{"path":"%s/bookmark.json","items":[]},"text":"t","time":0,"description":""})", true},
+      {"delete_recording_bookmark", R"({"bookmark":{"path":"%s/bookmark.json","items":[]},"time":0})", true},
+  };
+  // Asset folders are checked by their text in the library, by their real path here.
+  const Case assets[] = {
+      {"add_background", R"({"background":{"path":"%s","name":"a.png"}})", false},
+      {"set_background", R"({"id":1,"background":{"path":"%s","name":"a.png"}})", false},
+      {"set_intermission", R"({"id":1,"intermission":{"path":"%s","name":"a.png"}})", false},
+      {"add_overlay", R"({"overlay":{"path":"%s","name":"a.png"}})", false},
+      {"set_overlay", R"({"id":1,"overlay":{"path":"%s","name":"a.png"}})", false},
+      {"set_system_overlay", R"({"id":50,"overlay":{"path":"%s","name":"a.png"}})", false},
+  };
+  // clang-format on
+  auto run = [&](const Case& c, const std::string& folder, bool refused) {
+    std::string args = c.args;
+    std::string path = c.real ? sandbox_->Path(folder) : folder;
+    for (size_t at = args.find("%s"); at != std::string::npos; at = args.find("%s", at))
+      args.replace(at, 2, path);
+    SCOPED_TRACE(std::string(c.request) + " " + args);
+    sim_.ClearRequests();
+    uint64_t refused_before = zolo::gateway::RefusedArguments();
+    Outcome outcome = Run(c.request, args);
+    EXPECT_EQ(zolo::gateway::RefusedArguments() - refused_before, refused ? 1u : 0u);
+    if (refused) {
+      EXPECT_EQ(outcome.code, -3) << Print(outcome.data.get());
+      EXPECT_TRUE(sim_.Requests().empty());
+    }
+  };
+  auto check = [&](const std::vector<std::string>& folders, const Case* begin, const Case* end) {
+    for (const std::string& folder : folders) {
+      for (const char* file : {"a.jpg", "a.png", "a.mp4", "bookmark.json"})
+        sandbox_->WriteFile(folder + "_old/" + file, "[]");
+      sandbox_->MakeDir(folder);
+      int linked = symlink(sandbox_->Path(folder + "_old").c_str(),
+                           sandbox_->Path(folder + "/link").c_str());
+      ASSERT_TRUE(linked == 0 || errno == EEXIST) << folder;
+      for (const Case* c = begin; c != end; ++c) {
+        run(*c, folder + "_old", true);
+        run(*c, folder + "/link", true);
+        run(*c, folder, false);
+      }
+    }
+  };
+  check(zolo::gateway::AllowedFolders(), std::begin(requests), std::end(requests));
+  check({"/var/lib/zolo/media/assets", "/usr/share/media/overlay"}, std::begin(assets),
+        std::end(assets));
 }
 
 TEST_F(GatewayRequestsTest, LibraryFailureCodesComeBack) {

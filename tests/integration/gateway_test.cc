@@ -15,8 +15,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -25,6 +27,7 @@
 #include "gateway.h"
 #include "gateway_client.h"
 #include "outbound.h"
+#include "protocol.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 // The TLS module GIO loads at run time leaves a dynamic TLS block that the leak checker's
@@ -72,8 +75,12 @@ class GatewayTest : public zolo::test::EngineTest {
   void TearDown() override {
     StopGateway();
     g_object_unref(session_);
-    while (g_main_context_iteration(context_, FALSE)) {
-    }
+    int iterations = 0;
+    while (g_main_context_iteration(context_, FALSE))
+      if (++iterations == 100000) {
+        ADD_FAILURE() << "the client's main context never ran dry";
+        break;
+      }
     g_main_context_pop_thread_default(context_);
     g_main_context_unref(context_);
     EngineTest::TearDown();
@@ -90,19 +97,20 @@ class GatewayTest : public zolo::test::EngineTest {
     return std::string(scheme) + "://127.0.0.1:" + std::to_string(port_) + "/ws";
   }
 
-  // Reads Hello, answers it (with `password` when the gateway asks for one) and waits for
-  // Identified. True when identified.
+  // Reads Hello, answers it (with `password` when the gateway asks for one, its answer
+  // passed through `alter` when given) and waits for Identified. True when identified.
   bool Identify(GatewayClient& client, const std::string& subscriptions = "",
-                const std::string& password = "") {
+                const std::string& password = "",
+                const std::function<std::string(std::string)>& alter = nullptr) {
     JsonHolder hello = client.NextOp(0);
     if (hello == nullptr) return false;
     std::string d = "{\"protocolVersion\":1";
     const cJSON* auth = cJSON_GetObjectItem(D(hello), "authentication");
-    if (auth != nullptr)
-      d += std::string(",\"authentication\":\"") +
-           zolo::gateway::AuthenticationAnswer(password, Text(auth, "salt"),
-                                               Text(auth, "challenge")) +
-           "\"";
+    if (auth != nullptr) {
+      std::string answer = zolo::gateway::AuthenticationAnswer(password, Text(auth, "salt"),
+                                                               Text(auth, "challenge"));
+      d += ",\"authentication\":\"" + (alter ? alter(answer) : answer) + "\"";
+    }
     if (!subscriptions.empty()) d += ",\"subscriptions\":" + subscriptions;
     client.Send("{\"op\":1,\"d\":" + d + "}}");
     JsonHolder identified = client.NextOp(2);
@@ -194,6 +202,52 @@ TEST_F(GatewayTest, PasswordHandshakeAndLockout) {
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"locked_out\"}"), 1);
 }
 
+// Only the whole answer authenticates: one differing in its first or last byte, one byte
+// short, one byte more and an empty one are each refused and counted.
+TEST_F(GatewayTest, OnlyTheWholeAnswerAuthenticates) {
+  const std::string password = "correct horse";
+  config_.password_hash = zolo::gateway::HashPasswordLine(password);
+  config_.auth_free_failures = 100;  // no slowdown and no lockout: every answer is judged
+  config_.auth_lockout_failures = 100;
+  StartGateway();
+  auto other = [](char c) { return c == 'A' ? 'B' : 'A'; };
+  struct Case {
+    const char* name;
+    std::function<std::string(std::string)> alter;
+    bool accepted;
+  };
+  const Case cases[] = {
+      {"as computed", [](std::string a) { return a; }, true},
+      {"first byte differs",
+       [&](std::string a) {
+         a.front() = other(a.front());
+         return a;
+       },
+       false},
+      {"last byte differs",
+       [&](std::string a) {
+         a.back() = other(a.back());
+         return a;
+       },
+       false},
+      {"one byte short", [](std::string a) { return a.substr(0, a.size() - 1); }, false},
+      {"one byte more", [](std::string a) { return a + "A"; }, false},
+      {"empty", [](std::string) { return std::string(); }, false},
+  };
+  int refused = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    GatewayClient client(session_);
+    ASSERT_TRUE(client.Connect(Url()));
+    EXPECT_EQ(Identify(client, "", password, c.alter), c.accepted);
+    if (!c.accepted) {
+      EXPECT_EQ(client.WaitClosed(), 4008);
+      ++refused;
+    }
+  }
+  EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"authentication_failed\"}"), refused);
+}
+
 TEST_F(GatewayTest, RequestsBatchesAndMetrics) {
   StartGateway();
   auto client = Connected();
@@ -257,6 +311,59 @@ TEST_F(GatewayTest, RequestErrorsAreNegativeResponses) {
     EXPECT_EQ(Number(Status(response), "code"), c.code);
   }
   EXPECT_FALSE(client->closed());
+}
+
+// Every parameter of every request takes the values of its declared type and refuses the
+// others with -102, naming the parameter; the other parameters hold good values meanwhile.
+TEST(GatewayArguments, EveryParameterTakesOnlyItsType) {
+  using zolo::gateway::ParamType;
+  struct Values {
+    ParamType type;
+    std::vector<const char*> good;
+    std::vector<const char*> bad;
+  };
+  // clang-format off
+  const Values table[] = {
+      {ParamType::kInteger, {"0", "-7", "2147483647", "-2147483648", "3.0", "1e3"}, {"1.5", "-0.5", "2147483647.5", "2147483648", "-2147483649", "1e300", "\"1\"", "true", "[1]", "{}"}},
+      {ParamType::kNumber, {"0", "1.5", "-1e300"}, {"\"1.5\"", "false", "[]", "{}"}},
+      {ParamType::kBoolean, {"true", "false"}, {"1", "0", "\"true\"", "[]", "{}"}},
+      {ParamType::kString, {"\"\"", "\"x\""}, {"5", "true", "[]", "{}"}},
+      {ParamType::kObject, {"{}", "{\"a\":1}"}, {"[]", "\"{}\"", "1", "true"}},
+      {ParamType::kArray, {"[]", "[1,\"a\"]"}, {"{}", "\"[]\"", "1", "false"}},
+  };
+  // clang-format on
+  auto values_of = [&](ParamType type) -> const Values& {
+    return *std::find_if(std::begin(table), std::end(table),
+                         [&](const Values& v) { return v.type == type; });
+  };
+  std::set<ParamType> seen;
+  for (const zolo::gateway::RequestSpec& request : zolo::gateway::Requests()) {
+    for (const zolo::gateway::Param& param : request.params) {
+      seen.insert(param.type);
+      const Values& values = values_of(param.type);
+      for (const auto* list : {&values.good, &values.bad}) {
+        for (const char* value : *list) {
+          std::string data;
+          for (const zolo::gateway::Param& other : request.params)
+            data += std::string(data.empty() ? "" : ",") + "\"" + other.name +
+                    "\":" + (&other == &param ? value : values_of(other.type).good[0]);
+          std::string text = std::string(R"({"requestType":")") + request.name +
+                             R"(","requestData":{)" + data + "}}";
+          JsonHolder message(cJSON_Parse(text.c_str()));
+          ASSERT_NE(message, nullptr) << text;
+          const zolo::gateway::RequestSpec* known = nullptr;
+          std::string comment;
+          bool good = list == &values.good;
+          int code = zolo::gateway::CheckRequest(message.get(), &known, &comment);
+          EXPECT_EQ(code, good ? 0 : -102) << text;
+          std::string refusal = std::string("argument \"") + param.name + "\" must be " +
+                                zolo::gateway::ParamTypeName(param.type);
+          EXPECT_EQ(comment, good ? "" : refusal);
+        }
+      }
+    }
+  }
+  EXPECT_EQ(seen.size(), std::size(table)) << "a parameter type no request declares";
 }
 
 TEST_F(GatewayTest, MessageErrorsClose) {
@@ -340,20 +447,28 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   auto everything = Connected();  // default: no high-volume events
   auto filtered =
       Connected(R"({"events":["audio_level","system"],"filters":{"audio_level":["xlr-in1"]}})");
-  auto coalesced = Connected(R"({"events":["audio_level"],"rates":{"audio_level":2}})");
-  auto level = [](const char* name, int value) {
-    return std::string("{\"Name\":\"") + name + "\",\"Level\":" + std::to_string(value) +
-           ",\"Left\":" + std::to_string(value) + ",\"Right\":" + std::to_string(value) + "}";
+  auto coalesced = Connected(R"({"events":["audio_level","streaming_duration"],)"
+                             R"("rates":{"audio_level":2,"streaming_duration":2}})");
+  // The first record of each object goes out at once; the rest fall in one half-second slot,
+  // whose message is the newest record with each peak member at its largest since the last.
+  // clang-format off
+  const std::pair<const char*, const char*> emitted[] = {
+      {"audio_level", R"({"Name":"xlr-in1","Level":10,"Left":11,"Right":12})"},
+      {"audio_level", R"({"Name":"xlr-in2","Level":5,"Left":6,"Right":7})"},
+      {"audio_level", R"({"Name":"xlr-in1","Level":90,"Left":1,"Right":95})"},
+      {"audio_level", R"({"Name":"xlr-in1","Level":20,"Left":80,"Right":2})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":100,"Type":1})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":300,"Type":2})"},
+      {"streaming_duration", R"({"Name":"movie1","Duration":200,"Type":3})"},
   };
-  // The first level goes out at once; the next three fall in one half-second slot, whose
-  // message must carry their peak (90), not the last value (20).
-  for (auto [name, value] :
-       {std::pair{"xlr-in1", 10}, {"xlr-in2", 5}, {"xlr-in1", 90}, {"xlr-in1", 20}})
-    ASSERT_EQ(sim_.Emit("audio_level", level(name, value)), 0);
+  // clang-format on
+  for (const auto& [signal, payload] : emitted) ASSERT_EQ(sim_.Emit(signal, payload), 0);
   ASSERT_EQ(sim_.Emit("media_data_changed", R"({"Type":1,"Data":2,"Id":3})"), 0);
 
   std::vector<std::string> seen;
-  for (JsonHolder event = filtered->NextOp(5, 2000); event; event = filtered->NextOp(5, 300))
+  // Events until a pause; a few more than expected, never endlessly.
+  for (JsonHolder event = filtered->NextOp(5, 2000); event && seen.size() < 10;
+       event = filtered->NextOp(5, 300))
     seen.push_back(std::string(Text(D(event), "eventType")) + ":" +
                    Text(cJSON_GetObjectItem(D(event), "eventData"), "name"));
   EXPECT_EQ(seen, (std::vector<std::string>{"audio_level:xlr-in1", "audio_level:xlr-in1",
@@ -363,13 +478,22 @@ TEST_F(GatewayTest, SubscriptionsFiltersAndPeakCoalescing) {
   ASSERT_NE(only, nullptr);
   EXPECT_STREQ(Text(D(only), "eventType"), "media_data_changed");
 
-  std::map<std::string, std::vector<int>> levels;
-  for (JsonHolder event = coalesced->NextOp(5, 2000); event; event = coalesced->NextOp(5, 1000)) {
+  std::map<std::string, std::vector<std::string>> sent;  // "level/left/right", "duration/type"
+  int messages = 0;
+  for (JsonHolder event = coalesced->NextOp(5, 2000); event && ++messages <= 10;
+       event = coalesced->NextOp(5, 1000)) {
     const cJSON* data = cJSON_GetObjectItem(D(event), "eventData");
-    levels[Text(data, "name")].push_back(Number(data, "level"));
+    bool level = std::string(Text(D(event), "eventType")) == "audio_level";
+    std::string values;
+    for (const char* member : level ? std::vector<const char*>{"level", "left", "right"}
+                                    : std::vector<const char*>{"duration", "type"})
+      values += (values.empty() ? "" : "/") + std::to_string(Number(data, member));
+    sent[Text(data, "name")].push_back(values);
   }
-  EXPECT_EQ(levels["xlr-in1"], (std::vector<int>{10, 90}));
-  EXPECT_EQ(levels["xlr-in2"], (std::vector<int>{5}));
+  EXPECT_EQ(sent,
+            (std::map<std::string, std::vector<std::string>>{{"xlr-in1", {"10/11/12", "90/80/95"}},
+                                                             {"xlr-in2", {"5/6/7"}},
+                                                             {"movie1", {"100/1", "300/3"}}}));
 }
 
 TEST_F(GatewayTest, StalledEngineDelaysNoOtherClient) {
@@ -444,7 +568,7 @@ TEST_F(GatewayTest, ClientThatNeverReadsIsClosedOthersGetEverything) {
         }
         return received >= kEvents;
       },
-      60000);
+      30000);
   emitter.join();
   EXPECT_EQ(received, kEvents);
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"slow_consumer\"}"), 1);
@@ -550,6 +674,62 @@ TEST_F(GatewayTest, ImagesStayInTheirFolders) {
   g_bytes_unref(upload);
   g_object_unref(post);
   EXPECT_EQ(Metric("zolo_gateway_refusals_total{reason=\"http_method\"}"), 1);
+}
+
+// A folder whose name begins with a served folder's name ("layout_old" beside "layout") is
+// outside it, whether reached with escaped dots or through a symbolic link inside.
+TEST_F(GatewayTest, SiblingsOfServedFoldersAreOutside) {
+  namespace fs = std::filesystem;
+  ASSERT_EQ(zolo::sim::MediaSimulator::GenerateRecordings(1, 1), 0);
+  std::vector<zm_recording> recordings;
+  ASSERT_EQ(zm_get_recording(0, &recordings, 0, 1), 0);
+  ASSERT_EQ(recordings.size(), 1u);
+  std::string own = recordings[0].folder;  // a bookmark still's folder
+  if (own.rfind(sandbox_->Path("/"), 0) == 0) own = own.substr(sandbox_->Path("").size());
+  config_.www = "/www";
+  struct Case {
+    std::string prefix;  // of the URL
+    std::string folder;  // it serves
+    bool dots;           // try escaped dots too (from a recording's folder they lead to
+                         // the recording folder, which "/images/bookmarks/" serves)
+  };
+  const Case cases[] = {
+      {"/images/layouts/", "/var/lib/zolo/media/images/layout", true},
+      {"/images/channels/", "/var/lib/zolo/media/images/snapshot", true},
+      {"/images/previews/", "/var/lib/zolo/media/images/preview", true},
+      {"/images/snapshots/", config_.recording_folder, true},
+      {"/images/bookmarks/", config_.recording_folder, true},
+      {"/images/bookmarks/" + std::to_string(recordings[0].id) + "/", own, false},
+      {"/", config_.www, true},
+  };
+  for (const Case& c : cases) {
+    sandbox_->WriteFile(c.folder + "/inside.png", zolo::test::TinyPng());
+    sandbox_->WriteFile(c.folder + "_old/sibling.png", "sibling");
+    std::error_code exists;  // the recording folder serves two kinds
+    fs::create_symlink(sandbox_->Path(c.folder + "_old/sibling.png"),
+                       sandbox_->Path(c.folder + "/file_link.png"), exists);
+    fs::create_symlink(sandbox_->Path(c.folder + "_old"), sandbox_->Path(c.folder + "/folder_link"),
+                       exists);
+  }
+  StartGateway();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.prefix);
+    std::string body;
+    EXPECT_EQ(Get(c.prefix + "inside.png", &body), 200u);
+    EXPECT_EQ(body, zolo::test::TinyPng());
+    std::string sibling = fs::path(c.folder).filename().string() + "_old";
+    std::vector<std::string> names = {"file_link.png", "folder_link/sibling.png"};
+    if (c.dots)
+      names.insert(names.end(), {"%2e%2e/" + sibling + "/sibling.png",
+                                 "%2E%2E%2F" + sibling + "%2Fsibling.png"});
+    for (const std::string& name : names) {
+      guint status = Get(c.prefix + name, &body);
+      EXPECT_TRUE(status == 404 || status == 400) << name << ": " << status;
+      EXPECT_NE(body, "sibling") << name;
+    }
+  }
+  // Each link reached the check and was refused there.
+  EXPECT_GE(Metric("zolo_gateway_refusals_total{reason=\"path_outside\"}"), 2 * std::size(cases));
 }
 
 TEST_F(GatewayTest, RefusesToStartUnsafelyOrWithoutItsConfiguration) {
@@ -913,10 +1093,16 @@ TEST(GatewayOutbound, PartialWritesKeepFramesWholeAndDropHighVolumeFirst) {
   auto outbound =
       std::make_shared<Outbound>(G_IO_STREAM(connection), context, Outbound::Limits{4, 1 << 20});
   std::string received;
+  // Reads until nothing came for 20 rounds; fails when the bytes never stop.
   auto drain = [&] {
     char buffer[8192];
-    for (int idle = 0; idle < 20;) {
-      while (g_main_context_iteration(context, FALSE)) {
+    int rounds = 0;
+    for (int idle = 0; idle < 20; ++rounds) {
+      if (rounds == 20000) {
+        ADD_FAILURE() << "the socket never stopped sending";
+        return;
+      }
+      for (int i = 0; i < 1000 && g_main_context_iteration(context, FALSE); ++i) {
       }
       ssize_t got = read(fds[1], buffer, sizeof buffer);
       if (got > 0) {
@@ -965,8 +1151,9 @@ TEST(GatewayOutbound, PartialWritesKeepFramesWholeAndDropHighVolumeFirst) {
 
   // Fill it with frames only, then stop as a closing session does: the half-written frame is
   // finished, the rest dropped, and the layer's close frame still goes.
-  while (outbound->Add(zolo::gateway::TextFrame(payload(99)), false) != Outbound::Added::kFull) {
-  }
+  int filled = 0;
+  while (outbound->Add(zolo::gateway::TextFrame(payload(99)), false) != Outbound::Added::kFull)
+    ASSERT_LT(++filled, 100) << "the queue of 4 frames never reported full";
   outbound->Stop();
   EXPECT_EQ(outbound->Add(zolo::gateway::TextFrame(payload(99)), false), Outbound::Added::kStopped);
   outbound->AddRaw("\x88\x02\x03\xe8", 4);

@@ -153,16 +153,18 @@ TEST(LayoutStringTest, RejectedFormsKeepTheWindowsReadBefore) {
     int result;
     size_t windows;
   };
+  // Refused: a window without "id" (the one before it is kept), a text or a number that is
+  // not finite where a number belongs.
   const Case cases[] = {
       {"not json", -1, 0},
       {"{\"windows\":[]}", -1, 0},
       {"{\"layout\":{}}", -1, 0},
       {"{\"layout\":[]}", 0, 0},
-      {"{\"layout\":[{\"id\":1},{\"x\":1},{\"id\":3}]}", -1, 1},  // second lacks "id"
-      {"{\"layout\":[{\"id\":1,\"x\":\"0.5\"}]}", -1, 0},         // a text, not a number
+      {"{\"layout\":[{\"id\":1},{\"x\":1},{\"id\":3}]}", -1, 1},
+      {"{\"layout\":[{\"id\":1,\"x\":\"0.5\"}]}", -1, 0},
       {"{\"layout\":[{\"id\":\"1\"}]}", -1, 0},
       {"{\"layout\":[{\"id\":1,\"z\":2.9,\"w\":1e300}]}", 0, 1},
-      {"{\"layout\":[{\"id\":1,\"x\":1e999}]}", -1, 0},  // not a finite number
+      {"{\"layout\":[{\"id\":1,\"x\":1e999}]}", -1, 0},
   };
   for (const Case& c : cases) {
     std::vector<zm_video_layout> out;
@@ -185,9 +187,19 @@ TEST_F(LayoutsTest, ListingsSortByKindThenRankAndSplitAtDisplay) {
   auto all = All();
   ASSERT_EQ(all.size(), 19u);
   // Kinds in rank order; "Dual", "PIP" and "PBP" share a rank, then the layout's own rank.
-  const std::map<std::string, int> kind_rank = {{"Single", 1},   {"Dual", 2},     {"PIP", 2},
-                                                {"PBP", 2},      {"Triple", 3},   {"Quad", 4},
-                                                {"Pentuple", 5}, {"Display", 50}, {"Zeta", 100}};
+  // clang-format off
+  const std::map<std::string, int> kind_rank = {
+      {"Single", 1},
+      {"Dual", 2},
+      {"PIP", 2},
+      {"PBP", 2},
+      {"Triple", 3},
+      {"Quad", 4},
+      {"Pentuple", 5},
+      {"Display", 50},
+      {"Zeta", 100},
+  };
+  // clang-format on
   for (size_t i = 1; i < all.size(); ++i) {
     auto key = [&](const zm_layout& l) { return std::make_pair(kind_rank.at(l.group), l.rank); };
     EXPECT_LE(key(all[i - 1]), key(all[i])) << all[i - 1].id << " before " << all[i].id;
@@ -291,11 +303,13 @@ TEST_F(LayoutsTest, CustomFlagDecidesAdditionOrUpdateAndRendering) {
     const char* change;  // the notification the task sends
     bool rendered;
   };
+  // An ordinary layout made custom is an addition, one already custom an update; without
+  // the custom flag it stays ordinary; display layouts are never rendered.
   const Case cases[] = {
-      {2, false, true, "0/8/2/Single", true},      // ordinary, not custom before: an addition
-      {3, true, true, "1/8/3/Single", true},       // already custom: an update
-      {4, false, false, "0/8/4/Single", true},     // custom flag not asked for
-      {48, false, true, "1/8/48/Display", false},  // display layouts are never rendered
+      {2, false, true, "0/8/2/Single", true},
+      {3, true, true, "1/8/3/Single", true},
+      {4, false, false, "0/8/4/Single", true},
+      {48, false, true, "1/8/48/Display", false},
   };
   for (const Case& c : cases) {
     Exec("UPDATE mixer_config SET custom = " + std::to_string(c.custom_before) +

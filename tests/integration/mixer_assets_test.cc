@@ -89,6 +89,7 @@ TEST_F(MixerAssetsTest, QueriesShowAssetsInUseAndEveryForegroundForIntermission)
 
 TEST_F(MixerAssetsTest, FilesMustBeRegularFilesInsideTheAssetFolder) {
   sandbox_->WriteFile("/etc/secret.png", zolo::test::TinyPng());
+  sandbox_->WriteFile("/var/lib/zolo/media/assets_old/secret.png", zolo::test::TinyPng());
   sandbox_->MakeDir(std::string(kBackgrounds) + "/folder.png");
   struct Case {
     const char* path;
@@ -103,6 +104,8 @@ TEST_F(MixerAssetsTest, FilesMustBeRegularFilesInsideTheAssetFolder) {
       {kBackgrounds, "../../../../../etc/secret.png"},
       {"var/lib/zolo/media/assets/background", "black.png"},
       {"/var/lib/zolo/media/assets", "background"},
+      {"/var/lib/zolo/media/assets_old", "secret.png"},
+      {"file:///var/lib/zolo/media/assets_old", "secret.png"},
   };
   for (const Case& c : refused) {
     auto record = Picture<zm_background>(c.path, c.name);
@@ -208,6 +211,11 @@ TEST_F(MixerAssetsTest, OverlaysKeepSeveralOriginsAndPositions) {
   std::snprintf(system.content, sizeof system.content, "{\"kind\":\"clock\"}");
   system.x = 0.5;
   sim_.ClearRequests();
+  // A folder beside the system overlay folder is not one.
+  sandbox_->WriteFile("/usr/share/media/overlay_old/clock.png", zolo::test::TinyPng());
+  std::snprintf(system.path, sizeof system.path, "/usr/share/media/overlay_old");
+  EXPECT_EQ(zm_set_system_overlay(50, system, false), -3);
+  std::snprintf(system.path, sizeof system.path, "/usr/share/media/overlay");
   ASSERT_EQ(zm_set_system_overlay(50, system, false), 0);
   std::vector<zm_system_overlay> stored;
   ASSERT_EQ(zm_get_system_overlay(50, &stored), 0);

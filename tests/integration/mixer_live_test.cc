@@ -204,11 +204,12 @@ TEST_F(MixerLiveTest, EngineRefusalsChangeNothing) {
     int result;
     int (*call)();
   };
+  // Layout 20 and background 5 are free slots.
   const Case cases[] = {
       {-5, [] { return zm_set_video_layout(999, ZM_MIXER_0, true, false); }},
-      {-5, [] { return zm_set_video_layout(20, ZM_MIXER_0, true, false); }},  // a free slot
+      {-5, [] { return zm_set_video_layout(20, ZM_MIXER_0, true, false); }},
       {-5, [] { return zm_set_video_layout(0, ZM_MIXER_0, true, false); }},
-      {-5, [] { return zm_set_video_background(5, ZM_MIXER_0); }},  // free slot
+      {-5, [] { return zm_set_video_background(5, ZM_MIXER_0); }},
       {-3, [] { return zm_set_video_overlay(33, 1.5, 0.2, ZM_MIXER_0); }},
       {-3, [] { return zm_set_video_overlay(33, 0.5, -0.2, ZM_MIXER_0); }},
       {-5, [] { return zm_set_video_theme(2, ZM_MIXER_0); }},

@@ -165,11 +165,14 @@ TEST_F(SignalDispatchTest, AStormWhileRegisteringAndUnregisteringIsHarmless) {
       sim_.Emit("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
     done = true;
   });
-  while (!done) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!done && std::chrono::steady_clock::now() < deadline) {
     zm_register_signal("audio_level", CountStorm);
     zm_unregister_signal("audio_level");
   }
+  bool finished = done;
   emitter.join();
+  ASSERT_TRUE(finished) << "2000 signals took more than 30 s";
   ASSERT_EQ(zm_register_signal("audio_level", CountStorm), 0);
   g_storm_calls = 0;
   EmitAndSettle("audio_level", R"({"Name":"in1","Level":-12,"Left":-1,"Right":-2})");
@@ -188,11 +191,14 @@ TEST_F(SignalDispatchTest, OptionsChangeFreelyDuringAStorm) {
     done = true;
   });
   // New keys make the table grow while the signal thread reads option 0.
-  for (int i = 0; !done; ++i) {
-    ASSERT_EQ(zm_set_opt(0, i % 2), 0);
-    ASSERT_EQ(zm_set_opt(1000 + i % 5000, i), 0);
-  }
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  int failed = 0;
+  for (int i = 0; !done && std::chrono::steady_clock::now() < deadline; ++i)
+    failed += (zm_set_opt(0, i % 2) != 0) + (zm_set_opt(1000 + i % 5000, i) != 0);
+  bool finished = done;
   emitter.join();
+  ASSERT_TRUE(finished) << "2000 signals took more than 30 s";
+  EXPECT_EQ(failed, 0);
   ASSERT_EQ(zm_set_opt(0, 1), 0);
   for (int i = 0; i < 200 && g_storm_calls.load() < 1; ++i)
     std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -5,11 +5,14 @@
 #include <zolo_model/recording_db.h>
 #include <zolo_model/stream.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "engine_fixture.h"
@@ -18,6 +21,21 @@ namespace {
 
 using zolo::sim::Forced;
 using zolo::test::EngineTest;
+
+std::mutex g_change_mutex;
+std::string g_last_change;
+
+void OnDataChanged(const char*, void* data, void*) {
+  auto* change = static_cast<media_sig_media_data_changed*>(data);
+  std::lock_guard<std::mutex> lock(g_change_mutex);
+  g_last_change = std::to_string(change->type) + "/" + std::to_string(change->data) + "/" +
+                  std::to_string(change->id);
+}
+
+std::string LastChange() {
+  std::lock_guard<std::mutex> lock(g_change_mutex);
+  return g_last_change;
+}
 
 class StreamControlTest : public EngineTest {
  protected:
@@ -50,8 +68,18 @@ TEST_F(StreamControlTest, EngineStateRulesRefuseWithoutAsking) {
   auto pause = [] { return zm_pause_stream(false); };
   auto resume = [] { return zm_resume_stream(false); };
   auto stop = [] { return zm_stop_stream(nullptr, nullptr, false); };
-  const Case refused[] = {{3, start},  {0, start},  {4, pause}, {1, pause},
-                          {1, resume}, {3, resume}, {1, stop},  {2, stop}};
+  // clang-format off
+  const Case refused[] = {
+      {3, start},
+      {0, start},
+      {4, pause},
+      {1, pause},
+      {1, resume},
+      {3, resume},
+      {1, stop},
+      {2, stop},
+  };
+  // clang-format on
   for (const auto& c : refused) {
     sim_.set_state(c.state);
     sim_.ClearRequests();
@@ -157,10 +185,17 @@ TEST_F(StreamControlTest, EnableSuspendAndRemoveKeepTheEngineInformed) {
   EXPECT_EQ(
       std::vector<int>({sched[0].enable_option1, sched[0].enable_option2, sched[0].enable_option3}),
       std::vector<int>({1, 0, 1}));
+  ASSERT_EQ(zm_register_signal("media_data_changed", OnDataChanged), 0);
   ASSERT_EQ(zm_suspend_stream("sched-rtmp1", 1), 0);
   sched.clear();
   zm_get_schedule_stream(&sched);
   EXPECT_EQ(sched[0].suspend, 1);
+  // The engine announces the change to every front end.
+  std::string expected = "1/2/" + std::to_string(sched[0].id);
+  for (int i = 0; i < 200 && LastChange() != expected; ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_EQ(LastChange(), expected);
+  zm_unregister_signal("media_data_changed");
   EXPECT_EQ(zm_enable_stream(nullptr, 1), -3);
   EXPECT_EQ(zm_suspend_stream(nullptr, 1), -3);
 

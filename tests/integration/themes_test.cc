@@ -42,13 +42,15 @@ TEST_F(ThemesTest, BindingsAreCheckedBeforeAnythingIsWritten) {
     int result;
     const char* stored;
   };
+  // Bindings below 1 unbind; a free layout or overlay slot, and an overlay named as the
+  // background, are refused.
   const Case cases[] = {
       {Theme("Quad", 14, 2, 33), 0, "Quad 14/2/33 1"},
-      {Theme("None", 0, 0, 0), 0, "None 0/0/0 1"},  // below 1 unbinds
+      {Theme("None", 0, 0, 0), 0, "None 0/0/0 1"},
       {Theme("Lost", 999, 1, 33), -5, "None 0/0/0 1"},
-      {Theme("Free", 17, 1, 33), -5, "None 0/0/0 1"},   // a free layout slot
-      {Theme("Wrong", 1, 33, 33), -5, "None 0/0/0 1"},  // an overlay is no background
-      {Theme("Gone", 1, 1, 40), -5, "None 0/0/0 1"},    // a free overlay slot
+      {Theme("Free", 17, 1, 33), -5, "None 0/0/0 1"},
+      {Theme("Wrong", 1, 33, 33), -5, "None 0/0/0 1"},
+      {Theme("Gone", 1, 1, 40), -5, "None 0/0/0 1"},
   };
   for (const Case& c : cases) {
     sim_.ClearRequests();

@@ -106,8 +106,9 @@ TEST_F(ZmctlTest, SignalsWatchPrintsParsedRecords) {
       watched = Run(std::string(c.options) + " signals watch audio_level --count 1 --seconds 10");
       done = true;
     });
-    // Until the watcher has subscribed, signals pass unseen: repeat until it has one.
-    while (!done) {
+    // Until the watcher has subscribed, signals pass unseen: repeat until it has one (it
+    // gives up after its 10 s itself).
+    for (int i = 0; !done && i < 200; ++i) {
       sim_.Emit("audio_level", R"({"Name":"Audio Mix","Level":-12,"Left":-1,"Right":-2})");
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
@@ -157,6 +158,7 @@ TEST_F(ZmctlTest, LiveStatusFillsEveryColumn) {
 // Usage errors exit 2 with the help of the command reached; --version names both versions;
 // completion offers what may follow.
 TEST_F(ZmctlTest, UsageErrorsVersionAndCompletion) {
+  // Window numbers out of range or not integral name their field.
   struct Case {
     const char* arguments;
     const char* help_of;
@@ -164,7 +166,6 @@ TEST_F(ZmctlTest, UsageErrorsVersionAndCompletion) {
                {"no-such-command", "Subcommands:"},
                {"stream", "set-destination"},
                {"stream list --no-such-option", "--pattern"},
-               // Window numbers out of range or not integral name their field.
                {"layout add 0,0,1,1,0,0,99999999999", "source '99999999999'"},
                {"layout add 0,0,1,1,1.5,0,1", "z '1.5'"},
                {"layout add 0,0,1,1,0,nan,1", "crop 'nan'"},
@@ -235,13 +236,15 @@ TEST_F(ZmctlTest, RecordingCommandsRefuse) {
     const char* arguments;
     int status;
     const char* text;
-  } cases[] = {
-      {"bookmark add --text x", 1, "zm_add_bookmark failed: -4"},  // not recording
+  };
+  // A bookmark now needs a recording going on; one of a recording needs its time.
+  const Case cases[] = {
+      {"bookmark add --text x", 1, "zm_add_bookmark failed: -4"},
       {"recording show 999", 1, "failed: -5"},
       {"bookmark list 999", 1, "failed: -5"},
       {"recording list --since yesterday", 1, "failed: -3"},
       {"recording set 1", 1, "failed: -3"},
-      {"bookmark add 1 --text x", 2, "--time"},  // a recording's bookmark needs its time
+      {"bookmark add 1 --text x", 2, "--time"},
   };
   for (const Case& c : cases) {
     Result result = Run(c.arguments);

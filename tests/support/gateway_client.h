@@ -106,10 +106,13 @@ class GatewayClient {
     inbox_.pop_front();
     return message;
   }
-  // The next message of `op`, skipping others.
+  // The next message of `op`, skipping others (at most 100000 of them).
   JsonHolder NextOp(int op, int timeout_ms = 5000) {
-    for (JsonHolder message = Next(timeout_ms); message != nullptr; message = Next(timeout_ms))
+    int skipped = 0;
+    for (JsonHolder message = Next(timeout_ms); message != nullptr; message = Next(timeout_ms)) {
       if (cJSON_GetObjectItem(message.get(), "op")->valueint == op) return message;
+      if (++skipped == 100000) break;
+    }
     return nullptr;
   }
   // The close code once the connection closed, -1 when it did not within `timeout_ms`.
@@ -194,7 +197,7 @@ bool TakeServerFrames(std::string* data, Take take) {
   return more;
 }
 
-// Reads server frames from `fd` until a close frame; its code, or -1.
+// Reads server frames from `fd` until a close frame, for at most 4 MiB; its code, or -1.
 inline int RawCloseCode(int fd) {
   timeval wait{5, 0};
   setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
@@ -206,10 +209,13 @@ inline int RawCloseCode(int fd) {
     code = (static_cast<unsigned char>(payload[0]) << 8) | static_cast<unsigned char>(payload[1]);
     return false;
   };
+  size_t total = 0;
   while (TakeServerFrames(&data, close_frame)) {
+    if (total > (4u << 20)) return -1;
     ssize_t got = read(fd, buffer, sizeof buffer);
     if (got <= 0) return -1;
     data.append(buffer, static_cast<size_t>(got));
+    total += static_cast<size_t>(got);
   }
   // Answers the close with the same code, as a well-behaved client does.
   std::string echo = {

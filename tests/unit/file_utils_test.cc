@@ -43,22 +43,51 @@ TEST(PathHelpers, Table) {
   auto match = [](Text pattern, Text text) { return std::to_string(MatchString(pattern, text)); };
   // clang-format off
   // The last dot at index 1 or later; without one, all but the first character.
-  Check(ext, {{"a/b.c/d.tar.gz", "", "gz"}, {"abc", "", "bc"}, {".x", "", "x"}, {"x", "", ""},
-              {"name.", "", ""}});
-  Check(ReplaceFileExt, {{"a/b.mp4", "jpg", "a/b.jpg"}, {"abc", ".jpg", "a.jpg"},
-                         {"a", "jpg", "a"}, {"", "jpg", "jpg"}, {".x", "y", ".y"}});
-  Check(AppendFileUri, {{"file:///m/a.mp4", "t_", "file:///m/t_a.mp4"}, {"", "t_", "t_"},
-                        {"/a.mp4", "t_", "/t_a.mp4"}, {"a.mp4", "t_", "at_.mp4"}});
-  Check(ConcateFilePath, {{"", "x", "x"}, {"/a/", "x", "/a/x"}, {"/a", "x", "/a/x"},
-                          {"/a", "", "/a/"}});
+  Check(ext, {
+      {"a/b.c/d.tar.gz", "", "gz"},
+      {"abc", "", "bc"},
+      {".x", "", "x"},
+      {"x", "", ""},
+      {"name.", "", ""},
+  });
+  Check(ReplaceFileExt, {
+      {"a/b.mp4", "jpg", "a/b.jpg"},
+      {"abc", ".jpg", "a.jpg"},
+      {"a", "jpg", "a"},
+      {"", "jpg", "jpg"},
+      {".x", "y", ".y"},
+  });
+  Check(AppendFileUri, {
+      {"file:///m/a.mp4", "t_", "file:///m/t_a.mp4"},
+      {"", "t_", "t_"},
+      {"/a.mp4", "t_", "/t_a.mp4"},
+      {"a.mp4", "t_", "at_.mp4"},
+  });
+  Check(ConcateFilePath, {
+      {"", "x", "x"},
+      {"/a/", "x", "/a/x"},
+      {"/a", "x", "/a/x"},
+      {"/a", "", "/a/"},
+  });
   // Other schemes leave the path as it was.
-  Check(uri, {{"rtsp://h/x", "unchanged", "unchanged"}, {"/x", "", "/x"},
-              {"file:///m/a.mp4", "", "/m/a.mp4"}});
+  Check(uri, {
+      {"rtsp://h/x", "unchanged", "unchanged"},
+      {"/x", "", "/x"},
+      {"file:///m/a.mp4", "", "/m/a.mp4"},
+  });
   // Every occurrence of the old name is replaced; a leading dot or slash is refused.
-  Check(new_name, {{"/r/rec/rec.mp4", "new", "/r/new/new.mp4"}, {"rec.mp4", "a", "a.mp4"},
-                   {".hidden", "a", "-1"}, {"/rec.mp4", "a", "-1"}, {"/r/x.mp4", "", "/r/x.mp4"}});
-  Check(match, {{"^Video-Capture[0-9]+$", "Video-Capture12", "0"},
-                {"^Video-Capture[0-9]+$", "Video-Usb1", "-1"}, {"([unclosed", "x", "-1"}});
+  Check(new_name, {
+      {"/r/rec/rec.mp4", "new", "/r/new/new.mp4"},
+      {"rec.mp4", "a", "a.mp4"},
+      {".hidden", "a", "-1"},
+      {"/rec.mp4", "a", "-1"},
+      {"/r/x.mp4", "", "/r/x.mp4"},
+  });
+  Check(match, {
+      {"^Video-Capture[0-9]+$", "Video-Capture12", "0"},
+      {"^Video-Capture[0-9]+$", "Video-Usb1", "-1"},
+      {"([unclosed", "x", "-1"},
+  });
   // clang-format on
 
   std::string s = "aaa";
@@ -177,8 +206,14 @@ TEST(JsonHelpers, UpdateMovesTheMemberToTheEndAndAppendCopiesShallowly) {
   cJSON* empty = cJSON_CreateArray();
   cJSON* src = cJSON_Parse(R"([{"x":1},2])");
   cJSON* dst = cJSON_Parse("[0]");
+  // clang-format off
   const std::pair<cJSON*, cJSON*> refused[] = {
-      {empty, src}, {nullptr, src}, {dst, nullptr}, {dst, empty}};
+      {empty, src},
+      {nullptr, src},
+      {dst, nullptr},
+      {dst, empty},
+  };
+  // clang-format on
   for (auto [to, from] : refused) EXPECT_EQ(cJSON_AppendTwoArrays(to, from), -1);
   EXPECT_EQ(cJSON_GetArraySize(empty), 0);
   EXPECT_EQ(cJSON_AppendTwoArrays(dst, src), 0);

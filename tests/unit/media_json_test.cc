@@ -215,32 +215,73 @@ TEST(MediaJson, DecodeErrorsNameTheMember) {
   EXPECT_EQ(Decoder<zm_theme>("theme")(nullptr), "theme must be an object");
 }
 
-TEST(MediaJson, SignalsHaveTypedEvents) {
+struct SignalJsonCase {
+  const char* name;
+  void* (*parse)(const char*);
+  void (*release)(void*);
+  const char* payload;  // each key with its own value, so a member moved shows
+  const char* json;
+};
+
+#define SIGNAL(name, stem) name, media_sig_##stem##_parser, media_sig_##stem##_releaser
+
+// Every signal's parsed record as its event data, whole: member names, order and JSON types.
+TEST(MediaJson, EverySignalsRecordHasItsWholeTypedJson) {
+  // clang-format off
+  const std::vector<SignalJsonCase> cases = {
+      {SIGNAL("status", status), R"({"State":"recording","Streams":[{"Name":"movie1","Destination":"file:///m"},{"Name":"rtmp1"}],"Restart":true})", R"({"state":"recording","streams":[{"name":"movie1","destination":"file:///m"},{"name":"rtmp1","destination":""}],"restart":true})"},
+      {SIGNAL("video_layout", video_layout), R"({"Id":3,"Group":4,"Mixer":"m0"})", R"({"id":3,"group":4,"mixer":"m0"})"},
+      {SIGNAL("video_background", video_background), R"({"Id":2,"Mixer":"m1"})", R"({"id":2,"mixer":"m1"})"},
+      {SIGNAL("video_foreground", video_foreground), R"({"Id":3,"Mixer":"m2"})", R"({"id":3,"mixer":"m2"})"},
+      {SIGNAL("video_overlay", video_overlay), R"({"Id":4,"Mixer":"m3"})", R"({"id":4,"mixer":"m3"})"},
+      {SIGNAL("video_system_overlay", video_system_overlay), R"({"Id":5,"Mixer":"m4"})", R"({"id":5,"mixer":"m4"})"},
+      {SIGNAL("streaming_duration", streaming_duration), R"({"Name":"movie1","Duration":61,"Type":7})", R"({"name":"movie1","duration":61,"type":7})"},
+      {SIGNAL("audio_level", audio_level), R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})", R"({"name":"in1","level":-20,"left":-21,"right":-19})"},
+      {SIGNAL("audio_volume", audio_volume), R"({"Name":"out1","Volume":80,"Mute":1})", R"({"name":"out1","volume":80,"mute":true})"},
+      {SIGNAL("audio_type", audio_type), R"({"Name":"in1","Type":2})", R"({"name":"in1","type":2})"},
+      {SIGNAL("channel_status", channel_status), R"({"Id":6,"Name":"HDMI1","Status":3,"Capture":1})", R"({"id":6,"name":"HDMI1","status":3,"capture":true})"},
+      {SIGNAL("video_file_status", rec_file_status), R"({"Stream":"movie1","Url":"file:///a.mp4","Status":1,"MaxSize":4096,"Backup":2})", R"({"stream":"file:///a.mp4","url":"file:///a.mp4","status":1,"max_size":4096,"backup":2})"},
+      {SIGNAL("video_file_updated", rec_file_update), R"({"Stream":"movie1","Url":"file:///a.mp4","Offset":10,"Size":20,"Backup":30})", R"({"stream":"movie1","url":"file:///a.mp4","offset":10,"size":20,"backup":30})"},
+      {SIGNAL("bookmark_added", bookmark_added), R"({"Time":12,"Text":"goal","Mode":13})", R"({"time":12,"text":"goal","mode":13})"},
+      {SIGNAL("bookmark_removed", bookmark_removed), R"({"Time":14,"Text":"miss"})", R"({"time":14,"text":"miss"})"},
+      {SIGNAL("recording_ready", recording_ready), R"({"Id":7,"Name":"rec7"})", R"({"id":7,"name":"rec7"})"},
+      {SIGNAL("recording_created", recording_created), R"({"Id":8,"Name":"rec8"})", R"({"id":8,"name":"rec8"})"},
+      {SIGNAL("storage_status", storage_status), R"({"Status":1,"Storage":"SD","Index":2})", R"({"status":1,"storage":"SD","index":2})"},
+      {SIGNAL("channel_source_error", channel_source_error), R"({"Channel":"RTSP1","SourceType":1,"Address":"rtsp://x","Code":-3})", R"({"channel":"RTSP1","source_type":1,"address":"rtsp://x","code":-3})"},
+      {SIGNAL("stream_error", stream_error), R"({"Stream":"rtmp1","Url":"rtmp://x","Code":5})", R"({"stream":"rtmp1","url":"rtmp://x","code":5})"},
+      {SIGNAL("recording_bookmark_updated", recording_bookmark_updated), R"({"Url":"file:///b.json","Code":-4})", R"({"url":"file:///b.json","code":-4})"},
+      {SIGNAL("record_limit_reached", record_limit_reached), R"({"Type":1,"Name":"movie1","Criteria":2,"Index":3})", R"({"type":1,"name":"movie1","criteria":2,"index":3})"},
+      {SIGNAL("stream_status", stream_status), R"({"Name":"rtmp1","Status":"connected"})", R"({"name":"rtmp1","status":"connected"})"},
+      {SIGNAL("streaming_state", streaming_state), R"({"State":"recording","Flags":"persist"})", R"({"state":"recording","flags":"persist"})"},
+      {SIGNAL("output_color_changed", output_color_changed), R"({"Name":"hdmi","Brightness":1,"Contrast":2,"Saturation":3,"Hue":4})", R"({"name":"hdmi","brightness":1,"contrast":2,"saturation":3,"hue":4})"},
+      {SIGNAL("display_changed", display_changed), R"({"Name":"hdmi","Resolution":5})", R"({"name":"hdmi","resolution":5})"},
+      {SIGNAL("media_data_changed", media_data_changed), R"({"Type":1,"Data":2,"Id":3,"Payload":"p"})", R"({"type":1,"data":2,"id":3,"payload":"p"})"},
+      {SIGNAL("hardware_error", hardware_error), R"({"Code":9})", R"({"code":9})"},
+      {SIGNAL("media_crashed", media_crashed), R"({"Code":11})", R"({"code":11})"},
+      {SIGNAL("recorder_file_stream_changed", recorder_file_stream_changed), R"({"CodecParamPreset":4})", R"({"codec_param_preset":4})"},
+      {SIGNAL("audio_gain", audio_gain), R"({"Name":"in1","Gain":6})", R"({"name":"in1","gain":6})"},
+      {SIGNAL("audio_mixer", audio_mixer), R"({"Config_id":2,"Mixer":"a0"})", R"({"config_id":2,"mixer":"a0"})"},
+      {SIGNAL("audio_noise_reduction", audio_noise_reduction), R"({"Name":"in2","Level":3})", R"({"name":"in2","level":3})"},
+      {SIGNAL("audio_xlr_channel", audio_xlr_channel), R"({"Name":"in3","Mode":1})", R"({"name":"in3","mode":1})"},
+      {SIGNAL("audio_xlr_power", audio_xlr_power), R"({"Name":"in4","Mode":2})", R"({"name":"in4","mode":2})"},
+      {SIGNAL("webrtc_content", webrtc_content), R"({"Name":"webrtc1","Content":"v=0"})", R"({"name":"webrtc1","content":"v=0"})"},
+      {SIGNAL("mixer_resolution_changed", mixer_resolution_changed), R"({"Name":"m","Width":1920,"Height":1080})", R"({"name":"m","width":1920,"height":1080})"},
+      {SIGNAL("audio_output_monitor_changed", audio_output_monitor_changed), R"({"Name":"out1","Mode":1,"Duration_Threshold":5,"Level_Threshold":-50})", R"({"name":"out1","mode":1,"duration_threshold":5,"level_threshold":-50})"},
+      {SIGNAL("audio_output_monitor_warning", audio_output_monitor_warning), R"({"Name":"out2","Triggered":3})", R"({"name":"out2","triggered":3})"},
+  };
+  // clang-format on
   const auto& names = zolo::json::SignalNames();
-  EXPECT_EQ(names.size(), 39u);
-  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), names.size());
-
-  void* level =
-      media_sig_audio_level_parser(R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})");
-  ASSERT_NE(level, nullptr);
-  EXPECT_EQ(Print(zolo::json::SignalToJson("audio_level", level).get()),
-            R"({"name":"in1","level":-20,"left":-21,"right":-19})");
-  media_sig_audio_level_releaser(level);
-
-  void* status = media_sig_status_parser(
-      R"({"State":"recording","Streams":[{"Name":"movie1","Destination":"file:///m"}],"Restart":true})");
-  ASSERT_NE(status, nullptr);
-  EXPECT_EQ(
-      Print(zolo::json::SignalToJson("status", status).get()),
-      R"({"state":"recording","streams":[{"name":"movie1","destination":"file:///m"}],"restart":true})");
-  media_sig_status_releaser(status);
-
-  void* content = media_sig_webrtc_content_parser(R"({"Name":"w","Content":"sdp"})");
-  ASSERT_NE(content, nullptr);
-  EXPECT_EQ(Print(zolo::json::SignalToJson("webrtc_content", content).get()),
-            R"({"name":"w","content":"sdp"})");
-  media_sig_webrtc_content_releaser(content);
-
+  std::set<std::string> untested(names.begin(), names.end());
+  EXPECT_EQ(untested.size(), 39u);
+  EXPECT_EQ(names.size(), untested.size()) << "a name twice";
+  for (const SignalJsonCase& c : cases) {
+    EXPECT_EQ(untested.erase(c.name), 1u) << c.name << " is not a signal name, or tested twice";
+    void* record = c.parse(c.payload);
+    ASSERT_NE(record, nullptr) << c.payload;
+    EXPECT_EQ(Print(zolo::json::SignalToJson(c.name, record).get()), c.json) << c.name;
+    c.release(record);
+  }
+  EXPECT_EQ(untested.empty() ? "" : *untested.begin(), "") << "a signal without a case";
   EXPECT_EQ(zolo::json::SignalToJson("no_such_signal", &names), nullptr);
   EXPECT_EQ(zolo::json::SignalToJson("audio_level", nullptr), nullptr);
 }

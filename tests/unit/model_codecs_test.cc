@@ -45,13 +45,14 @@ class CodecModelTest : public zolo::test::ModelTest {
 };
 
 TEST_F(CodecModelTest, CodecsAreFoundByTypeAndNameWithTheirParameters) {
+  // Names match exactly, not ignoring case.
   const std::tuple<const char*, const char*, const char*> cases[] = {
       {nullptr, nullptr, "H.264 H.265 RAW AAC PCM OPUS "},
       {"video", nullptr, "H.264 H.265 RAW "},
       {"audio", "AAC", "AAC "},
       {"video", "AAC", ""},
       {nullptr, "OPUS", "OPUS "},
-      {nullptr, "h.264", ""},  // names match exactly
+      {nullptr, "h.264", ""},
       {nullptr, "%", ""},
       {"subtitle", nullptr, ""},
       {"video", "'; DROP TABLE codec; --", ""},

@@ -268,10 +268,17 @@ TEST_F(MixerModelTest, AudioMixersSourcesAndOutputs) {
 // A file is a plain name inside an absolute folder, below the sandbox root.
 TEST_F(MixerModelTest, AssetFilesStayInTheirFolderAndOriginsAndLocationsRoundTrip) {
   const std::string file = sandbox_->Path("/a/b/x.png");
+  // clang-format off
   const std::tuple<const char*, const char*, std::string> cases[] = {
-      {"/a/b/", "x.png", file}, {"file:///a/b", "x.png", file},   {"/a/b", "", ""},
-      {"/a/b", "..", ""},       {"/a/b", "../../etc/passwd", ""}, {"", "x.png", ""},
-      {"relative", "x.png", ""}};
+      {"/a/b/", "x.png", file},
+      {"file:///a/b", "x.png", file},
+      {"/a/b", "", ""},
+      {"/a/b", "..", ""},
+      {"/a/b", "../../etc/passwd", ""},
+      {"", "x.png", ""},
+      {"relative", "x.png", ""},
+  };
+  // clang-format on
   for (const auto& [path, name, expected] : cases) {
     MixerAsset asset;
     asset.path(path);
@@ -324,8 +331,10 @@ TEST_F(MixerModelTest, BadKeysAndBrokenOrReleasedDatabaseGiveNegativeResults) {
   MixerConfig* out_config = nullptr;
   MixerConfigGroup* out_group = nullptr;
   MixerAsset* out_asset = nullptr;
+  // The first asks for a mixer of the wrong type; the last three update objects never
+  // stored, which have no row to write.
   const std::pair<int, int> refused[] = {
-      {Mixer::QueryByName(1, "zolo://video/mixer/0", &out_mixer), -5},  // wrong type
+      {Mixer::QueryByName(1, "zolo://video/mixer/0", &out_mixer), -5},
       {Mixer::QueryByName(0, static_cast<const char*>(nullptr), &out_mixer), -3},
       {Mixer::QueryById(999, &out_mixer), -5},
       {MixerConfig::QueryById(MixerConfig::kAudio, 1, &out_config), -5},
@@ -336,7 +345,6 @@ TEST_F(MixerModelTest, BadKeysAndBrokenOrReleasedDatabaseGiveNegativeResults) {
       {Theme::QueryEnabled(nullptr, true), -3},
       {Theme::TakeFreeSlot(nullptr), -3},
       {MixerAsset::Update(nullptr), -3},
-      // Objects never stored have no row to write.
       {Mixer::Update(std::make_unique<Mixer>().get()), -5},
       {MixerConfig::Update(std::make_unique<MixerConfig>().get()), -5},
       {MixerAsset().UpdateRank(1), -5},

@@ -2,6 +2,7 @@
 // paging and patterns, a second process writing, and a database held by another writer.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -13,6 +14,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 
@@ -111,6 +113,7 @@ TEST_F(RecordingModelTest, PatternsMatchTheirTextLiterallyWithinTheTimeRange) {
   AddRecording("percent", 200, 1, R"({"title":"50% off"})");
   AddRecording("quote", 300, 1, R"({"title":"it's"})");
   AddRecording("under_score", 400, 1, "");
+  // LIKE ignores ASCII case.
   struct Case {
     uint64_t start, end;
     std::string pattern;
@@ -120,7 +123,7 @@ TEST_F(RecordingModelTest, PatternsMatchTheirTextLiterallyWithinTheTimeRange) {
       {0, 0, "%", {"percent"}},
       {0, 0, "_", {"under_score"}},
       {0, 0, "it's", {"quote"}},
-      {0, 0, "town", {"plain"}},  // LIKE ignores ASCII case
+      {0, 0, "town", {"plain"}},
       {150, 0, "", {"under_score", "quote", "percent"}},
       {150, 300, "", {"quote", "percent"}},
       {0, 150, "off", {}},
@@ -377,7 +380,13 @@ TEST_F(RecordingModelTest, ASecondProcessWritesWhileThisOneReads) {
   }
   ASSERT_EQ(RecordingDb::Instance()->Connect(), 0);
   int status = 0, reads = 0;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
   while (waitpid(writer, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      kill(writer, SIGKILL);
+      waitpid(writer, &status, 0);
+      FAIL() << "the writer did not finish within 30 s";
+    }
     std::vector<Recording*> rows;
     ASSERT_EQ(Recording::QueryByPage(0, 20, &rows), 0);
     // A recording is never seen with more videos than were written for it.

@@ -99,8 +99,13 @@ TYPED_TEST(SourceKindTest, RoundTripAndRefusedChanges) {
   EXPECT_EQ(TypeParam::Update(read.get()), -5);
 
   // Unknown type or category texts (case counts), a taken name and null are refused.
-  for (const auto& [type, category] : std::vector<std::pair<const char*, const char*>>{
-           {"picture", "network"}, {"video", "satellite"}, {"", ""}, {"Video", "Network"}}) {
+  const std::pair<const char*, const char*> refused[] = {
+      {"picture", "network"},
+      {"video", "satellite"},
+      {"", ""},
+      {"Video", "Network"},
+  };
+  for (const auto& [type, category] : refused) {
     TypeParam bad("new", type, category, "");
     EXPECT_EQ(TypeParam::Add(&bad), -3) << type << category;
   }
@@ -120,9 +125,16 @@ TYPED_TEST(SourceKindTest, JsonMembersReadWithDefaults) {
   TypeParam source("json", "video", "network", "");
   source.parameters(R"({"frame_rate": 50, "codec": "H.264", "on": true, "list": [1]})");
   // key, read as number with fallback -1, as text with fallback "dflt", present
+  // clang-format off
   const std::tuple<const char*, int, const char*, bool> parameters[] = {
-      {"frame_rate", 50, "dflt", true}, {"codec", -1, "H.264", true},  {"on", 1, "dflt", true},
-      {"list", -1, "dflt", true},       {"absent", -1, "dflt", false}, {"", -1, "dflt", false}};
+      {"frame_rate", 50, "dflt", true},
+      {"codec", -1, "H.264", true},
+      {"on", 1, "dflt", true},
+      {"list", -1, "dflt", true},
+      {"absent", -1, "dflt", false},
+      {"", -1, "dflt", false},
+  };
+  // clang-format on
   for (const auto& [key, number, text, exists] : parameters) {
     EXPECT_EQ(source.ObtainParameter(key, -1), number) << key;
     EXPECT_EQ(source.ObtainStrParameter(key, "dflt"), text) << key;

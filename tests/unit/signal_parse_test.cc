@@ -3,74 +3,126 @@
 #include <gtest/gtest.h>
 #include <zolo/signals.h>
 
+#include <cstring>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace {
+
+// A member of a record as text: texts up to their terminator (or capacity), flags as
+// true/false, the status signal's streams as "name>destination" items.
+template <class T>
+std::string Show(const T& value) {
+  if constexpr (std::is_same_v<T, bool>) {
+    return value ? "true" : "false";
+  } else if constexpr (std::is_same_v<T, int>) {
+    return std::to_string(value);
+  } else if constexpr (std::is_array_v<T>) {
+    return std::string(value, strnlen(value, sizeof value));
+  } else if constexpr (std::is_same_v<T, char*>) {
+    return value != nullptr ? value : "(null)";
+  } else {
+    std::string items;
+    for (const zm_stream& stream : value)
+      items += (items.empty() ? "" : ",") + Show(stream.name) + ">" + Show(stream.destination);
+    return "[" + items + "]";
+  }
+}
+
+template <class... M>
+std::string Join(const M&... members) {
+  std::string out;
+  size_t index = 0;
+  ((out += (index++ != 0 ? "|" : "") + Show(members)), ...);
+  return out;
+}
+
+// Every member of record R, in declaration order, joined by "|". N must be R's number of
+// members: the structured binding does not compile otherwise, so no member is left out.
+template <class R, int N>
+std::string Members(const void* record) {
+  const R& r = *static_cast<const R*>(record);
+  if constexpr (N == 1) {
+    const auto& [a] = r;
+    return Join(a);
+  } else if constexpr (N == 2) {
+    const auto& [a, b] = r;
+    return Join(a, b);
+  } else if constexpr (N == 3) {
+    const auto& [a, b, c] = r;
+    return Join(a, b, c);
+  } else if constexpr (N == 4) {
+    const auto& [a, b, c, d] = r;
+    return Join(a, b, c, d);
+  } else {
+    static_assert(N == 5, "records have one to five members");
+    const auto& [a, b, c, d, e] = r;
+    return Join(a, b, c, d, e);
+  }
+}
 
 struct SignalCase {
   const char* stem;
   void* (*parse)(const char*);
   void (*release)(void*);
-  const char* payload;                     // every key present
+  std::string (*members)(const void*);
+  const char* payload;                     // every key present, each with its own value
+  const char* record;                      // the parsed record's members, joined by "|"
   std::vector<const char*> optional = {};  // every other key's absence gives no record
 };
 
-#define FN(stem) #stem, media_sig_##stem##_parser, media_sig_##stem##_releaser
+#define FN(stem, members)                                                                    \
+#stem, media_sig_##stem##_parser, media_sig_##stem##_releaser, Members < media_sig_##stem, \
+      members>
 
+// clang-format off
 const std::vector<SignalCase>& Cases() {
   static const std::vector<SignalCase> cases = {
-      {FN(status),
-       R"({"State":"recording","Streams":[{"Name":"movie1","Destination":"file:///m"}],"Restart":true})",
-       {"Restart"}},
-      {FN(video_layout), R"({"Id":3,"Group":1,"Mixer":"zolo://video/mixer/0"})"},
-      {FN(video_background), R"({"Id":2,"Mixer":"m"})"},
-      {FN(video_foreground), R"({"Id":2,"Mixer":"m"})"},
-      {FN(video_overlay), R"({"Id":2,"Mixer":"m"})"},
-      {FN(video_system_overlay), R"({"Id":2,"Mixer":"m"})"},
-      {FN(streaming_duration), R"({"Name":"movie1","Duration":61,"Type":1})"},
-      {FN(audio_level), R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})"},
-      {FN(audio_volume), R"({"Name":"out1","Volume":80,"Mute":1})", {"Mute"}},
-      {FN(audio_type), R"({"Name":"in1","Type":2})"},
-      {FN(channel_status), R"({"Id":1,"Name":"Video-Capture1","Status":0,"Capture":1})"},
-      {FN(rec_file_status),
-       R"({"Stream":"movie1","Url":"file:///media/SD/a.mp4","Status":1.9,"MaxSize":4096.5,"Backup":0})"},
-      {FN(rec_file_update),
-       R"({"Stream":"movie1","Url":"file:///a.mp4","Offset":10,"Size":20,"Backup":1})",
-       {"Stream"}},
-      {FN(bookmark_added), R"({"Time":12,"Text":"goal","Mode":0})"},
-      {FN(bookmark_removed), R"({"Time":12,"Text":"goal"})"},
-      {FN(recording_ready), R"({"Id":7,"Name":"rec7"})"},
-      {FN(recording_created), R"({"Id":7,"Name":"rec7"})"},
-      {FN(storage_status), R"({"Status":1,"Storage":"SD","Index":0})"},
-      {FN(channel_source_error),
-       R"({"Channel":"RTSP1","SourceType":1,"Address":"rtsp://x","Code":-3})"},
-      {FN(stream_error), R"({"Stream":"rtmp1","Url":"rtmp://x","Code":5})"},
-      {FN(recording_bookmark_updated), R"({"Url":"file:///b.json","Code":0})"},
-      {FN(record_limit_reached), R"({"Type":1,"Name":"movie1","Criteria":2,"Index":0})"},
-      {FN(stream_status), R"({"Name":"rtmp1","Status":"connected"})"},
-      {FN(streaming_state), R"({"State":"recording","Flags":"persist"})"},
-      {FN(output_color_changed),
-       R"({"Name":"hdmi","Brightness":1,"Contrast":2,"Saturation":3,"Hue":4})"},
-      {FN(display_changed), R"({"Name":"hdmi","Resolution":5})"},
-      {FN(media_data_changed), R"({"Type":1,"Data":2,"Id":3,"Payload":"{}"})", {"Payload"}},
-      {FN(hardware_error), R"({"Code":9})"},
-      {FN(media_crashed), R"({"Code":11})"},
-      {FN(recorder_file_stream_changed), R"({"CodecParamPreset":4})"},
-      {FN(audio_gain), R"({"Name":"in1","Gain":6})"},
-      {FN(audio_mixer), R"({"Config_id":2,"Mixer":"zolo://audio/mixer/0"})"},
-      {FN(audio_noise_reduction), R"({"Name":"in1","Level":2})"},
-      {FN(audio_xlr_channel), R"({"Name":"in1","Mode":1})"},
-      {FN(audio_xlr_power), R"({"Name":"in1","Mode":0})"},
-      {FN(webrtc_content), R"({"Name":"webrtc1","Content":"v=0"})"},
-      {FN(mixer_resolution_changed), R"({"Name":"m","Width":1920,"Height":1080})"},
-      {FN(audio_output_monitor_changed),
-       R"({"Name":"out1","Mode":1,"Duration_Threshold":5,"Level_Threshold":-50})"},
-      {FN(audio_output_monitor_warning), R"({"Name":"out1","Triggered":1})"},
+      {FN(status, 3), R"({"State":"recording","Streams":[{"Name":"movie1","Destination":"file:///m"},{"Name":"rtmp1","Destination":"rtmp://x"}],"Restart":true})", "recording|[movie1>file:///m,rtmp1>rtmp://x]|true", {"Restart"}},
+      {FN(video_layout, 3), R"({"Id":3,"Group":4,"Mixer":"zolo://video/mixer/0"})", "3|4|zolo://video/mixer/0"},
+      {FN(video_background, 2), R"({"Id":2,"Mixer":"m1"})", "2|m1"},
+      {FN(video_foreground, 2), R"({"Id":3,"Mixer":"m2"})", "3|m2"},
+      {FN(video_overlay, 2), R"({"Id":4,"Mixer":"m3"})", "4|m3"},
+      {FN(video_system_overlay, 2), R"({"Id":5,"Mixer":"m4"})", "5|m4"},
+      {FN(streaming_duration, 3), R"({"Name":"movie1","Duration":61,"Type":7})", "movie1|61|7"},
+      {FN(audio_level, 4), R"({"Name":"in1","Level":-20,"Left":-21,"Right":-19})", "in1|-20|-21|-19"},
+      {FN(audio_volume, 3), R"({"Name":"out1","Volume":80,"Mute":1})", "out1|80|true", {"Mute"}},
+      {FN(audio_type, 2), R"({"Name":"in1","Type":2})", "in1|2"},
+      {FN(channel_status, 4), R"({"Id":6,"Name":"Video-Capture1","Status":3,"Capture":1})", "6|Video-Capture1|3|true"},
+      {FN(rec_file_status, 5), R"({"Stream":"movie1","Url":"file:///media/SD/a.mp4","Status":1.9,"MaxSize":4096.5,"Backup":-2.7})", "file:///media/SD/a.mp4|file:///media/SD/a.mp4|1|4096|-2"},
+      {FN(rec_file_update, 5), R"({"Stream":"movie1","Url":"file:///a.mp4","Offset":10,"Size":20,"Backup":30})", "movie1|file:///a.mp4|10|20|30", {"Stream"}},
+      {FN(bookmark_added, 3), R"({"Time":12,"Text":"goal","Mode":13})", "12|goal|13"},
+      {FN(bookmark_removed, 2), R"({"Time":14,"Text":"miss"})", "14|miss"},
+      {FN(recording_ready, 2), R"({"Id":7,"Name":"rec7"})", "7|rec7"},
+      {FN(recording_created, 2), R"({"Id":8,"Name":"rec8"})", "8|rec8"},
+      {FN(storage_status, 3), R"({"Status":1,"Storage":"SD","Index":2})", "1|SD|2"},
+      {FN(channel_source_error, 4), R"({"Channel":"RTSP1","SourceType":1,"Address":"rtsp://x","Code":-3})", "RTSP1|1|rtsp://x|-3"},
+      {FN(stream_error, 3), R"({"Stream":"rtmp1","Url":"rtmp://x","Code":5})", "rtmp1|rtmp://x|5"},
+      {FN(recording_bookmark_updated, 2), R"({"Url":"file:///b.json","Code":-4})", "file:///b.json|-4"},
+      {FN(record_limit_reached, 4), R"({"Type":1,"Name":"movie1","Criteria":2,"Index":3})", "1|movie1|2|3"},
+      {FN(stream_status, 2), R"({"Name":"rtmp1","Status":"connected"})", "rtmp1|connected"},
+      {FN(streaming_state, 2), R"({"State":"recording","Flags":"persist"})", "recording|persist"},
+      {FN(output_color_changed, 5), R"({"Name":"hdmi","Brightness":1,"Contrast":2,"Saturation":3,"Hue":4})", "hdmi|1|2|3|4"},
+      {FN(display_changed, 2), R"({"Name":"hdmi","Resolution":5})", "hdmi|5"},
+      {FN(media_data_changed, 4), R"({"Type":1,"Data":2,"Id":3,"Payload":"{}"})", "1|2|3|{}", {"Payload"}},
+      {FN(hardware_error, 1), R"({"Code":9})", "9"},
+      {FN(media_crashed, 1), R"({"Code":11})", "11"},
+      {FN(recorder_file_stream_changed, 1), R"({"CodecParamPreset":4})", "4"},
+      {FN(audio_gain, 2), R"({"Name":"in1","Gain":6})", "in1|6"},
+      {FN(audio_mixer, 2), R"({"Config_id":2,"Mixer":"zolo://audio/mixer/0"})", "2|zolo://audio/mixer/0"},
+      {FN(audio_noise_reduction, 2), R"({"Name":"in2","Level":3})", "in2|3"},
+      {FN(audio_xlr_channel, 2), R"({"Name":"in3","Mode":1})", "in3|1"},
+      {FN(audio_xlr_power, 2), R"({"Name":"in4","Mode":2})", "in4|2"},
+      {FN(webrtc_content, 2), R"({"Name":"webrtc1","Content":"v=0"})", "webrtc1|v=0"},
+      {FN(mixer_resolution_changed, 3), R"({"Name":"m","Width":1920,"Height":1080})", "m|1920|1080"},
+      {FN(audio_output_monitor_changed, 4), R"({"Name":"out1","Mode":1,"Duration_Threshold":5,"Level_Threshold":-50})", "out1|1|5|-50"},
+      {FN(audio_output_monitor_warning, 2), R"({"Name":"out2","Triggered":3})", "out2|3"},
   };
   return cases;
 }
+// clang-format on
 
 // The payload with `key` replaced by `value`, or removed when `value` is null.
 std::string Edited(const char* payload, const char* key, cJSON* value = nullptr) {
@@ -87,12 +139,17 @@ std::string Edited(const char* payload, const char* key, cJSON* value = nullptr)
   return result;
 }
 
+void PrintTo(const SignalCase& c, std::ostream* out) {
+  *out << c.stem;
+}
+
 class EverySignal : public testing::TestWithParam<SignalCase> {};
 
-TEST_P(EverySignal, CompletePayloadGivesARecordAndEachRequiredKeyIsNeeded) {
+TEST_P(EverySignal, CompletePayloadGivesItsWholeRecordAndEachRequiredKeyIsNeeded) {
   const auto& c = GetParam();
   void* record = c.parse(c.payload);
   ASSERT_NE(record, nullptr);
+  EXPECT_EQ(c.members(record), c.record) << "from " << c.payload;
   c.release(record);
   const std::set<std::string> optional(c.optional.begin(), c.optional.end());
   cJSON* keys = cJSON_Parse(c.payload);

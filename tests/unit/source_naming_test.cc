@@ -84,12 +84,12 @@ TEST(SourceNamingTest, TakenNamesClaimSlots) {
     int independent;
     int claims;
   };
+  // Any head claims the slot when engines share sources, only the same head when they are
+  // independent.
   const Claim claims[] = {
-      {"SDI2_1", "HDMI1", 0, 1},  // any head claims the slot when engines share sources
-      {"SDI2_1", "HDMI1", 1, 0},  // only the same head when they are independent
-      {"HDMI2_1", "HDMI1", 1, 1},   {"HDMI1", "HDMI2", 0, 0},    {"NDI2", "HDMI1_2", 0, 1},
-      {"NDI3_2", "HDMI1_2", 0, 1},  {"NDI3_2", "HDMI1_2", 1, 0}, {"HDMI3_2", "HDMI1_2", 1, 1},
-      {"Capture1", "Movie", 0, -1},
+      {"SDI2_1", "HDMI1", 0, 1},   {"SDI2_1", "HDMI1", 1, 0},    {"HDMI2_1", "HDMI1", 1, 1},
+      {"HDMI1", "HDMI2", 0, 0},    {"NDI2", "HDMI1_2", 0, 1},    {"NDI3_2", "HDMI1_2", 0, 1},
+      {"NDI3_2", "HDMI1_2", 1, 0}, {"HDMI3_2", "HDMI1_2", 1, 1}, {"Capture1", "Movie", 0, -1},
   };
   for (const Claim& c : claims)
     EXPECT_EQ(_zm_taken_name_claims(c.candidate, c.taken, c.independent), c.claims)
@@ -98,9 +98,16 @@ TEST(SourceNamingTest, TakenNamesClaimSlots) {
 
 TEST(SourceNamingTest, SlotPatternIsAnUnanchoredSearch) {
   EXPECT_EQ(_zm_channel_slot_pattern(2), "[A-Za-z]+2.*");
-  const std::pair<const char*, bool> names[] = {{"HDMI1", true},   {"HDMI12", true},
-                                                {"x-SDI10", true}, {"HDMI2", false},
-                                                {"1", false},      {"_1", false}};
+  // clang-format off
+  const std::pair<const char*, bool> names[] = {
+      {"HDMI1", true},
+      {"HDMI12", true},
+      {"x-SDI10", true},
+      {"HDMI2", false},
+      {"1", false},
+      {"_1", false},
+  };
+  // clang-format on
   for (const auto& [name, fits] : names) EXPECT_EQ(_zm_fits_channel_slot(name, 1), fits) << name;
 }
 

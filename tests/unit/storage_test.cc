@@ -54,7 +54,10 @@ TEST_F(StorageTest, SecondsFollowTheTruncatedByteRate) {
   };
   // 8000 kbit/s is 1,024,000 bytes/s; 9000 is 1125 * 1024 = 1,152,000.
   const Case cases[] = {
-      {8000, 1024000ULL * 100, 100}, {9000, 1152000ULL * 50 + 1151999, 50}, {12288, 0, 0}};
+      {8000, 1024000ULL * 100, 100},
+      {9000, 1152000ULL * 50 + 1151999, 50},
+      {12288, 0, 0},
+  };
   for (const auto& c : cases) {
     SetMainBitrate(c.kbps);
     Storage* storage = Fake(false, "ext4", c.free_bytes, c.free_bytes * 2);

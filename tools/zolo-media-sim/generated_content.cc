@@ -126,7 +126,9 @@ int MediaSimulator::GenerateRecordings(int count, int with_files) {
     size_t files = with_files < 0 ? made.size() : static_cast<size_t>(with_files);
     for (size_t i = made.size() > files ? made.size() - files : 0; i < made.size(); ++i)
       WriteFiles(made[i], recordings);
-    for (int i = 0; i < kSnapshots && result == 0; ++i) result = TakeSnapshot(640, 360, nullptr);
+    MediaBackend pictures;
+    for (int i = 0; i < kSnapshots && result == 0; ++i)
+      result = TakeSnapshot(pictures, 640, 360, nullptr);
   }
   db->Release(false);
   return result;

@@ -45,6 +45,7 @@ struct MediaSimulator::Impl {
   std::list<Delayed> delayed;
   std::string database_path;
   std::atomic<int> level_interval_ms{0};
+  std::shared_ptr<MediaBackend> media = std::make_shared<MediaBackend>();
   int last_recording = 0;
   std::vector<Ticker> tickers;
 
@@ -358,6 +359,20 @@ int MediaSimulator::Emit(const std::string& name, const std::string& payload) {
                              payload.c_str());
   impl_->Wake();  // the loop writes the queued message out
   return r < 0 ? r : 0;
+}
+
+int MediaBackend::Snapshot(Picture, int id, int width, int height, const std::string& path) {
+  return WriteStillJpeg(path, width, height, id);
+}
+
+void MediaBackend::ShowLayout(int, const std::string&) {}
+
+void MediaSimulator::set_media(std::shared_ptr<MediaBackend> media) {
+  if (media != nullptr) impl_->media = std::move(media);
+}
+
+MediaBackend& MediaSimulator::media() {
+  return *impl_->media;
 }
 
 void MediaSimulator::set_level_interval_ms(int ms) {

@@ -140,6 +140,7 @@ std::string SetLayout(const std::string& payload, MediaSimulator& engine) {
     mixer->config(layout.get());
     if (Mixer::Update(mixer.get()) != 0) return Reply(kRefused);
   }
+  for (auto& mixer : mixers) engine.media().ShowLayout(mixer->id(), layout->content());
   for (auto& mixer : mixers)
     engine.Signal("video_layout", "{\"Id\":" + std::to_string(id) +
                                       ",\"Group\":" + std::to_string(LayoutGroup(layout.get())) +
@@ -285,6 +286,7 @@ std::string SetTheme(const std::string& payload, MediaSimulator& engine) {
     if (Mixer::Update(mixer.get()) != 0) return Reply(kRefused);
   }
   for (auto& mixer : mixers) {
+    if (layout != nullptr) engine.media().ShowLayout(mixer->id(), layout->content());
     if (layout != nullptr)
       engine.Signal("video_layout", "{\"Id\":" + std::to_string(layout_id) +
                                         ",\"Group\":" + std::to_string(LayoutGroup(layout.get())) +
@@ -309,8 +311,10 @@ std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
   std::error_code error;
   if (!std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error))
     return Reply(kRefused);
-  return WriteStillJpeg(path, width, height, mixers.front()->id()) == 0 ? Reply(0)
-                                                                        : Reply(kRefused);
+  return engine.media().Snapshot(MediaBackend::Picture::kMixer, mixers.front()->id(), width, height,
+                                 path) == 0
+             ? Reply(0)
+             : Reply(kRefused);
 }
 
 std::string SetColor(const std::string& payload, MediaSimulator& engine) {

@@ -69,8 +69,8 @@ std::string TakeBookmark(Recorder& recorder, MediaSimulator& engine, const std::
     std::error_code error;
     std::filesystem::create_directories(PendingStillFolder(), error);
     bookmark.still = "bookmark_" + std::to_string(bookmark.time) + ".jpg";
-    if (WriteStillJpeg(PendingStillFolder() + "/" + bookmark.still, width, height,
-                       recorder.bookmarks_taken) != 0)
+    if (engine.media().Snapshot(MediaBackend::Picture::kProgram, recorder.bookmarks_taken, width,
+                                height, PendingStillFolder() + "/" + bookmark.still) != 0)
       return Reply(kRefused);
   }
   recorder.bookmarks.push_back(bookmark);
@@ -120,7 +120,7 @@ std::string BookmarkFileUpdated(const std::string& payload, MediaSimulator& engi
 
 }  // namespace
 
-int TakeSnapshot(int width, int height, int* snapshot_id) {
+int TakeSnapshot(MediaBackend& media, int width, int height, int* snapshot_id) {
   RecordingDb* db = RecordingDb::Instance();
   if (db->Connect() != 0) return -1;
   static int taken = 0;  // keeps folder names apart within one second
@@ -152,7 +152,7 @@ int TakeSnapshot(int width, int height, int* snapshot_id) {
     image.height(static_cast<uint32_t>(height));
     image.format("jpeg");
     std::string path = folder + "/" + image.file_name();
-    if (WriteStillJpeg(path, width, height, snapshot.id()) == 0) {
+    if (media.Snapshot(MediaBackend::Picture::kProgram, snapshot.id(), width, height, path) == 0) {
       image.size(std::filesystem::file_size(path, error));
       result = Image::Add(&image) == 0 ? 0 : -1;
     } else {
@@ -177,12 +177,12 @@ void RegisterRecordingMethods(MediaSimulator& sim, const std::shared_ptr<Recorde
     return RemoveBookmark(*recorder, engine, payload);
   });
   sim.Handle("update_recording_bookmark", BookmarkFileUpdated);
-  sim.Handle("add_snapshot", [](const std::string& payload, MediaSimulator&) {
+  sim.Handle("add_snapshot", [](const std::string& payload, MediaSimulator& engine) {
     JsonPtr request = ParsePayload(payload);
     int width = 0, height = 0;
     if (!SizeOf(request.get(), &width, &height)) return Reply(kBadArgument);
     int id = 0;
-    if (TakeSnapshot(width, height, &id) != 0) return Reply(kRefused);
+    if (TakeSnapshot(engine.media(), width, height, &id) != 0) return Reply(kRefused);
     cJSON* extra = cJSON_CreateObject();
     cJSON_AddNumberToObject(extra, "Snapshot", id);
     return Reply(0, extra);

@@ -7,8 +7,8 @@
 #include <memory>
 #include <string>
 
-#include "zolo_media_sim.h"
 #include "common/json_holder.h"
+#include "zolo_media_sim.h"
 
 namespace zolo::sim {
 
@@ -21,9 +21,10 @@ JsonPtr ParsePayload(const std::string& payload);
 // The string member `name` of `object`, or "" when absent or not a string.
 std::string StringOf(const cJSON* object, const char* name);
 
-// A snapshot taken on request: its row, one JPEG image of `width` x `height` and the
-// image's row in the recording database. 0 with its id in `*snapshot_id`, or -1.
-int TakeSnapshot(int width, int height, int* snapshot_id);
+// A snapshot taken on request: its row, one JPEG image of `width` x `height` (the program's
+// picture from `media`) and the image's row in the recording database. 0 with its id in
+// `*snapshot_id`, or -1.
+int TakeSnapshot(MediaBackend& media, int width, int height, int* snapshot_id);
 
 // Writes a width x height I420 frame of colour bars shifted by `seed` as a JPEG file at
 // `path` (through a raw frame file beside it). 0, or -1.

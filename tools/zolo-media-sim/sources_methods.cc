@@ -91,7 +91,9 @@ std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
   const std::string path = zolo::SysrootPath(file.string());
   if (!std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error))
     return Reply(kRefused);
-  return WriteStillJpeg(path, width, height, channel) == 0 ? Reply(0) : Reply(kRefused);
+  return engine.media().Snapshot(MediaBackend::Picture::kChannel, channel, width, height, path) == 0
+             ? Reply(0)
+             : Reply(kRefused);
 }
 
 }  // namespace

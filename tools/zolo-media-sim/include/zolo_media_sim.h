@@ -29,6 +29,23 @@ struct Forced {
   std::string reply;  // kNoCode: this text is the reply (default {"result":"ok"})
 };
 
+// The media work behind the engine's methods: what the simulator fakes and a real engine
+// does with live pictures. The methods' replies, rows, files and signals stay in the method
+// handlers; they call this for the pictures. Called on the engine's loop thread.
+class MediaBackend {
+ public:
+  enum class Picture { kChannel, kMixer, kProgram };
+  virtual ~MediaBackend() = default;
+  // A JPEG of `width` x `height` at `path` (its folder exists): the live frame of channel
+  // `id`, of the mixer with id `id`, or of the program (`id` then only tells pictures apart).
+  // 0, or -1 when there is no such picture or the file cannot be written. The simulator
+  // writes colour bars shifted by `id`.
+  virtual int Snapshot(Picture what, int id, int width, int height, const std::string& path);
+  // The mixer with id `mixer` shows the layout `content` (the library's layout string) from
+  // now on.
+  virtual void ShowLayout(int mixer, const std::string& content);
+};
+
 class MediaSimulator {
  public:
   // A method handler gets the request payload (may be empty) and the simulator, and returns
@@ -70,6 +87,9 @@ class MediaSimulator {
   // Media database the stream methods read (opened on first use when the process has not
   // connected the model itself).
   void set_database(const std::string& path);
+  // The media work (default: simulated pictures); set before Start.
+  void set_media(std::shared_ptr<MediaBackend> media);
+  MediaBackend& media();
   // "audio_level" of every configured audio port and of the program mix ("Audio-Mix") every
   // `ms` milliseconds; 0 (the default): none.
   void set_level_interval_ms(int ms);
