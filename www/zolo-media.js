@@ -19,9 +19,12 @@
 // gateway refused it, or when no answer came within the timeout (code TIMEOUT).
 //
 // `state` is one of: 'offline', 'connecting', 'authenticating', 'ready', 'auth-failed'.
-// `engine` is 'answering' or 'lost' (the gateway's engine_lost / engine_restored events, and a
-// request that timed out). After the connection closes the client reconnects by itself with
-// backoff (0.5 s doubling to 10 s), and sends the subscriptions again, until close() is called.
+// `engine` is 'answering' or 'lost': lost on the gateway's engine_lost event until its
+// engine_restored, or on a request that timed out until the next answer. After the connection
+// closes the client reconnects by itself with backoff (0.5 s doubling to 10 s), and sends the
+// subscriptions again, until close() is called. Requests cut off by a closed connection fail
+// with DISCONNECTED and are never sent again: repeating one is the caller's decision.
+// `hello` is the gateway's last Hello (its versions and, when it tells it, `timeZone`).
 
 export const PROTOCOL_VERSION = 1;
 export const TIMEOUT = -1000;  // code of a request that got no answer in time
@@ -73,6 +76,7 @@ export class MediaClient extends EventTarget {
     this.clearTimer = options.clearTimeout || ((t) => clearTimeout(t));
     this.state = 'offline';
     this.engine = 'answering';
+    this.engineLostBy = null;  // 'gateway' (its event) or 'timeout' (a request without answer)
     this.hello = null;
     this.socket = null;
     this.pending = new Map();  // requestId -> {resolve, reject, timer, type}
@@ -202,6 +206,8 @@ export class MediaClient extends EventTarget {
       case OP.HELLO: return this.identify(d);
       case OP.IDENTIFIED:
         this.backoff = 500;
+        // A new connection starts with the gateway's own view: it says engine_lost if need be.
+        if (this.state !== 'ready') this.setEngine('answering');
         this.setState('ready');
         return undefined;
       case OP.EVENT: return this.event(d.eventType, d.eventData || {});
@@ -232,7 +238,7 @@ export class MediaClient extends EventTarget {
   }
 
   event(type, data) {
-    if (type === 'engine_lost') this.setEngine('lost');
+    if (type === 'engine_lost') this.setEngine('lost', 'gateway');
     else if (type === 'engine_restored') this.setEngine('answering');
     this.dispatch('event', { type, data });
   }
@@ -242,7 +248,9 @@ export class MediaClient extends EventTarget {
     if (!waiting) return;
     this.pending.delete(requestId);
     this.clearTimer(waiting.timer);
-    if (this.engine === 'lost' && waiting.type !== 'batch') this.setEngine('answering');
+    // An answer ends a loss that a time-out suggested; the gateway's own word ends only by
+    // engine_restored (it answers requests that need no engine meanwhile).
+    if (this.engineLostBy === 'timeout' && waiting.type !== 'batch') this.setEngine('answering');
     waiting.resolve(d);
   }
 
@@ -254,7 +262,7 @@ export class MediaClient extends EventTarget {
       }
       const timer = this.setTimer(() => {
         this.pending.delete(requestId);
-        this.setEngine('lost');
+        if (this.engine !== 'lost') this.setEngine('lost', 'timeout');
         reject(new RequestError(type, TIMEOUT, 'no answer in time: the engine is not answering'));
       }, timeout || this.requestTimeout);
       this.pending.set(requestId, { resolve, reject, timer, type });
@@ -280,7 +288,8 @@ export class MediaClient extends EventTarget {
     this.dispatch('state', { state });
   }
 
-  setEngine(engine) {
+  setEngine(engine, by = null) {
+    this.engineLostBy = engine === 'lost' ? by : null;
     if (this.engine === engine) return;
     this.engine = engine;
     this.dispatch('engine', { engine });

@@ -170,3 +170,31 @@ test('a wrong password is asked again; the right one is kept for reconnects', as
   assert.equal((await sentBy(FakeSocket.all[2])).d.authentication, await authenticationAnswer('right', 's', 'c3'));
   assert.deepEqual(asked, [undefined, 'wrong-password']);
 });
+
+test('the gateway\'s engine_lost holds until engine_restored, whatever else answers', async () => {
+  const { client, socket } = await ready();
+  socket.serverSends(5, { eventType: 'engine_lost', eventData: {} });
+  // Requests that need no engine (recordings, settings) still get answers meanwhile.
+  const listing = client.request('get_recording_count');
+  socket.serverSends(7, { requestId: socket.last().d.requestId, requestStatus: { result: true, code: 0 } });
+  await listing;
+  assert.equal(client.engine, 'lost');
+  socket.serverSends(5, { eventType: 'engine_restored', eventData: {} });
+  assert.equal(client.engine, 'answering');
+});
+
+test('requests cut off by a closed connection are not sent again after reconnecting', async () => {
+  const { client, socket, timers } = await ready();
+  const search = client.request('get_recording', { name: 'generated', page: 0, count: 100 });
+  socket.serverSends(5, { eventType: 'engine_lost', eventData: {} });
+  socket.serverCloses(1006);
+  await assert.rejects(search, (e) => e.code === DISCONNECTED);
+  timers.fire();
+  const again = FakeSocket.all[FakeSocket.all.length - 1];
+  again.serverSends(0, { protocolVersion: 1 });
+  await tick();
+  again.serverSends(2, {});
+  assert.equal(client.state, 'ready');
+  assert.equal(client.engine, 'answering', 'a new connection starts from the gateway\'s view');
+  assert.deepEqual(again.sent.map((m) => m.op), [1], 'only Identify on the new connection');
+});

@@ -59,6 +59,21 @@ std::unique_ptr<Channel> FindChannel(MediaSimulator& engine, int id) {
   return std::unique_ptr<Channel>(channel);
 }
 
+// Says through "channel_status" whether `channel`'s input has a signal.
+void AnnounceStatus(MediaSimulator& engine, const Channel& channel, bool connected) {
+  const ChannelSource* source = channel.video_source();
+  bool capture = source != nullptr && MediaSource::StringToCategory(source->category()) == 0;
+  cJSON* status = cJSON_CreateObject();
+  cJSON_AddNumberToObject(status, "Id", channel.id());
+  cJSON_AddStringToObject(status, "Name", channel.name().c_str());
+  cJSON_AddNumberToObject(status, "Status", connected ? 1 : 0);
+  cJSON_AddNumberToObject(status, "Capture", capture ? 1 : 0);
+  char* text = cJSON_PrintUnformatted(status);
+  engine.Signal("channel_status", text != nullptr ? text : "{}");
+  cJSON_free(text);
+  cJSON_Delete(status);
+}
+
 std::string Snapshot(const std::string& payload, MediaSimulator& engine) {
   JsonPtr request = ParsePayload(payload);
   int channel = 0, width = 0, height = 0;
@@ -100,17 +115,7 @@ void RegisterSourceMethods(MediaSimulator& sim) {
       state.uri = StringOf(request.get(), "uri");
     if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "sub_uri")))
       state.sub_uri = StringOf(request.get(), "sub_uri");
-    const ChannelSource* source = channel->video_source();
-    bool capture = source != nullptr && MediaSource::StringToCategory(source->category()) == 0;
-    cJSON* status = cJSON_CreateObject();
-    cJSON_AddNumberToObject(status, "Id", id);
-    cJSON_AddStringToObject(status, "Name", channel->name().c_str());
-    cJSON_AddNumberToObject(status, "Status", state.connected ? 1 : 0);
-    cJSON_AddNumberToObject(status, "Capture", capture ? 1 : 0);
-    char* text = cJSON_PrintUnformatted(status);
-    engine.Signal("channel_status", text != nullptr ? text : "{}");
-    cJSON_free(text);
-    cJSON_Delete(status);
+    AnnounceStatus(engine, *channel, state.connected);
     return Reply(0);
   });
 
@@ -168,8 +173,11 @@ void RegisterSourceMethods(MediaSimulator& sim) {
     JsonPtr request = ParsePayload(payload);
     int id = 0;
     if (!NumberOf(request.get(), "channel", &id)) return Reply(kBadArgument);
-    if (FindChannel(engine, id) == nullptr) return Reply(kNotFound);
+    std::unique_ptr<Channel> channel = FindChannel(engine, id);
+    if (channel == nullptr) return Reply(kNotFound);
     const InputState& state = inputs->channels[id];
+    // Whoever asks about an input also hears whether it has a signal, as after a change.
+    AnnounceStatus(engine, *channel, state.connected);
     cJSON* reply = cJSON_CreateObject();
     cJSON_AddNumberToObject(reply, "auto_adjust", state.auto_adjust);
     cJSON_AddNumberToObject(reply, "phase", state.phase);
