@@ -41,11 +41,10 @@ GstElement* LeakyQueue(GstElement* bin, std::string* error) {
 }
 
 // A sink that keeps the latest frame for snapshots and never holds the pipeline.
-GstElement* LastFrameSink(GstElement* bin, bool sync, std::string* error) {
+GstElement* LastFrameSink(GstElement* bin, std::string* error) {
   GstElement* sink = Make("fakesink", bin, error);
   if (sink != nullptr)
-    g_object_set(sink, "sync", sync ? TRUE : FALSE, "async", FALSE, "enable-last-sample", TRUE,
-                 nullptr);
+    g_object_set(sink, "sync", FALSE, "async", FALSE, "enable-last-sample", TRUE, nullptr);
   return sink;
 }
 
@@ -121,7 +120,7 @@ bool GstMedia::AddInput(int source, const std::string& name, std::string* error)
   GstElement* caps = Make("capsfilter", bin, error);
   GstElement* tee = Make("tee", bin, error);
   GstElement* to_last = LeakyQueue(bin, error);
-  GstElement* last = LastFrameSink(bin, false, error);
+  GstElement* last = LastFrameSink(bin, error);
   GstElement* to_mixer = LeakyQueue(bin, error);
   if (!convert || !scale || !rate || !caps || !tee || !to_last || !last || !to_mixer) return false;
   GstCaps* raw = RawCaps(options_);
@@ -148,7 +147,8 @@ bool GstMedia::Start(const std::vector<std::pair<int, std::string>>& sources, st
   compositor_ = Make("compositor", pipeline_, error);
   GstElement* caps = Make("capsfilter", pipeline_, error);
   GstElement* queue = LeakyQueue(pipeline_, error);
-  program_ = LastFrameSink(pipeline_, true, error);
+  // The program's latest frame as it leaves the mixer (the mixer is live and keeps time).
+  program_ = LastFrameSink(pipeline_, error);
   if (!compositor_ || !caps || !queue || !program_) return false;
   gst_util_set_object_arg(G_OBJECT(compositor_), "background", "black");
   GstCaps* raw = RawCaps(options_);
@@ -182,6 +182,28 @@ void GstMedia::Stop() {
 guint64 GstMedia::program_frames() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return frames_;
+}
+
+bool GstMedia::WaitUntilLive(int timeout_ms) const {
+  gint64 deadline = g_get_monotonic_time() + timeout_ms * G_GINT64_CONSTANT(1000);
+  auto has_frame = [](GstElement* sink) {
+    GstSample* sample = gst_base_sink_get_last_sample(GST_BASE_SINK(sink));
+    if (sample != nullptr) gst_sample_unref(sample);
+    return sample != nullptr;
+  };
+  for (const auto& [source, input] : inputs_)
+    while (!has_frame(input.last))
+      if (g_get_monotonic_time() > deadline)
+        return false;
+      else
+        g_usleep(10000);
+  guint64 until = program_frames() + 3;
+  while (program_frames() < until)
+    if (g_get_monotonic_time() > deadline)
+      return false;
+    else
+      g_usleep(10000);
+  return true;
 }
 
 int GstMedia::Snapshot(Picture what, int id, int width, int height, const std::string& path) {

@@ -73,6 +73,7 @@ class MediaTest : public zolo::test::EngineTest {
     ASSERT_TRUE(media_->Start({{1, "HDMI1"}, {2, "HDMI2"}, {3, "HDMI3"}}, &error)) << error;
     sim_.set_media(media_);
     ASSERT_EQ(sim_.Start(), 0);
+    ASSERT_TRUE(media_->WaitUntilLive(20000)) << "the inputs never delivered a frame";
     sandbox_->MakeDir("/shots");
   }
   void TearDown() override {
