@@ -11,6 +11,8 @@ constexpr size_t kWriteEvery = 128;
 // What the WebSocket layer may have waiting beyond the frame limits (pongs, the close frame)
 // before the client counts as jammed and its writes fail.
 constexpr size_t kRawAllowance = 64 * 1024;
+// What a closing connection reads and drops of what the client had already sent.
+constexpr size_t kDrainLimit = 1 << 20;
 
 }  // namespace
 
@@ -255,10 +257,25 @@ OutboundStream* StreamOf(gpointer stream) {
   return reinterpret_cast<OutboundStream*>(stream);
 }
 
+// Reads and drops what the client already sent: a socket closed with unread bytes resets
+// the connection, and the client may then lose the close frame just written.
+void DrainInput(GIOStream* base) {
+  GInputStream* in = g_io_stream_get_input_stream(base);
+  if (!G_IS_POLLABLE_INPUT_STREAM(in)) return;
+  char buffer[16384];
+  for (size_t total = 0; total < kDrainLimit;) {
+    gssize got = g_pollable_input_stream_read_nonblocking(G_POLLABLE_INPUT_STREAM(in), buffer,
+                                                          sizeof buffer, nullptr, nullptr);
+    if (got <= 0) break;
+    total += static_cast<size_t>(got);
+  }
+}
+
 void StreamCloseAsync(GIOStream* stream, int priority, GCancellable* cancellable,
                       GAsyncReadyCallback callback, gpointer data) {
   GTask* task = g_task_new(stream, cancellable, callback, data);
   (*StreamOf(stream)->outbound)->Close();
+  DrainInput(StreamOf(stream)->base);
   g_io_stream_close_async(
       StreamOf(stream)->base, priority, cancellable,
       [](GObject* base, GAsyncResult* result, gpointer pending) {
@@ -283,6 +300,7 @@ void outbound_stream_class_init(OutboundStreamClass* klass) {
   io->get_output_stream = [](GIOStream* stream) { return StreamOf(stream)->output; };
   io->close_fn = [](GIOStream* stream, GCancellable* cancellable, GError** error) -> gboolean {
     (*StreamOf(stream)->outbound)->Close();
+    DrainInput(StreamOf(stream)->base);
     return g_io_stream_close(StreamOf(stream)->base, cancellable, error);
   };
   io->close_async = StreamCloseAsync;
