@@ -100,7 +100,8 @@ struct Ports {
     int signal_ms = sim.level_interval_ms();
     int tick_ms = signal_ms > 0 ? std::min(signal_ms, kLevelTickMs) : kLevelTickMs;
     next_tick = now + std::chrono::milliseconds(tick_ms);
-    if (signal_ms > 0 && now >= next_refresh) {
+    // Until the database lists any port (it may not exist yet), look again every tick.
+    if (signal_ms > 0 && (ports.empty() || now >= next_refresh)) {
       Refresh(sim);
       next_refresh = now + std::chrono::seconds(2);
     }
