@@ -44,12 +44,24 @@ function connected(options = {}) {
   return { client, timers, socket: FakeSocket.all[0] };
 }
 
+// The gateway's side of a handshake without a password: Hello, then Identified.
+async function handshake(socket) {
+  socket.serverSends(0, { protocolVersion: 1 });
+  await tick();
+  socket.serverSends(2, { negotiatedProtocolVersion: 1 });
+  return socket;
+}
+
 async function ready(options) {
   const c = connected(options);
-  c.socket.serverSends(0, { protocolVersion: 1 });
-  await tick();
-  c.socket.serverSends(2, { negotiatedProtocolVersion: 1 });
+  await handshake(c.socket);
   return c;
+}
+
+// Lets the reconnection timer fire and completes the handshake of the new socket.
+async function reconnected(timers) {
+  timers.fire();
+  return handshake(FakeSocket.all[FakeSocket.all.length - 1]);
 }
 
 test('the fallback SHA-256 and the answer match node crypto', async () => {
@@ -137,11 +149,7 @@ test('a closed connection fails pending requests and reconnects with growing bac
     FakeSocket.all[FakeSocket.all.length - 1].serverCloses(1006);
   }
   assert.deepEqual(delays, [500, 1000, 2000, 4000, 8000, 10000]);
-  timers.fire();
-  const again = FakeSocket.all[FakeSocket.all.length - 1];
-  again.serverSends(0, { protocolVersion: 1 });
-  await tick();
-  again.serverSends(2, {});
+  const again = await reconnected(timers);
   assert.equal(client.state, 'ready');
   client.subscribe({ events: ['recordings'] });
   assert.deepEqual(again.last(), { op: 3, d: { subscriptions: { events: ['recordings'] } } });
@@ -189,11 +197,7 @@ test('requests cut off by a closed connection are not sent again after reconnect
   socket.serverSends(5, { eventType: 'engine_lost', eventData: {} });
   socket.serverCloses(1006);
   await assert.rejects(search, (e) => e.code === DISCONNECTED);
-  timers.fire();
-  const again = FakeSocket.all[FakeSocket.all.length - 1];
-  again.serverSends(0, { protocolVersion: 1 });
-  await tick();
-  again.serverSends(2, {});
+  const again = await reconnected(timers);
   assert.equal(client.state, 'ready');
   assert.equal(client.engine, 'answering', 'a new connection starts from the gateway\'s view');
   assert.deepEqual(again.sent.map((m) => m.op), [1], 'only Identify on the new connection');
