@@ -34,7 +34,7 @@ dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
 pids+=($!)
 export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
 for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
-build/tools/zolo-media-sim/zolo-media-sim --sandbox "$root" \
+build/engine/sim/zolo-media-sim --sandbox "$root" \
     --database "$root/var/lib/zolo/media.db" >/dev/null &
 pids+=($!)
 

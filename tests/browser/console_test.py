@@ -99,7 +99,8 @@ class Appliance:
         self.start_gateway()
 
     def binary(self, name):
-        return os.path.join(BUILD, "tools", name, name)
+        folder = {"zolo-media-sim": "engine/sim", "zolo-media-engine": "engine/gst"}
+        return os.path.join(BUILD, folder.get(name, "tools/" + name), name)
 
     def env(self):
         env = dict(os.environ, ZOLO_SYSROOT=self.root, OVIK_LOG_SYSLOG="0")

@@ -306,7 +306,7 @@ TEST_F(AudioTest, LevelsOfEveryPortAndTheProgramMix) {
   sim_.set_level_interval_ms(0);
   sim_.Stop();
 
-  std::string program = zolo::test::BinaryDir() + "/tools/zolo-media-sim/zolo-media-sim";
+  std::string program = zolo::test::BinaryDir() + "/engine/sim/zolo-media-sim";
   std::string root = sandbox_->root();
   std::vector<gchar*> argv = {program.data(),
                               const_cast<gchar*>("--sandbox"),

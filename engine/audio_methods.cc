@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -17,7 +17,7 @@
 #include <zolo/sysroot.h>
 
 #include "recorder.h"
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "recording_writer.h"
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

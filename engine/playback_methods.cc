@@ -13,7 +13,7 @@
 #include <memory>
 #include <string>
 
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -14,7 +14,7 @@
 
 #include "recorder.h"
 #include "recording_writer.h"
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

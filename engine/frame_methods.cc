@@ -1,7 +1,7 @@
 // The engine's frame methods: state, service commands, settings follow-ups, notifications.
 #include <utility>
 
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "sim_methods.h"
+#include "engine_methods.h"
 
 namespace zolo::sim {
 
