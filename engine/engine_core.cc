@@ -16,8 +16,8 @@
 #include <zolo/config.h>
 #include <zolo/sysroot.h>
 
-#include "recorder.h"
 #include "engine_methods.h"
+#include "recorder.h"
 
 namespace zolo::sim {
 
@@ -385,6 +385,14 @@ int MediaBackend::Snapshot(Picture, int id, int width, int height, const std::st
 }
 
 void MediaBackend::ShowLayout(int, const std::string&) {}
+
+int MediaBackend::ConnectChannel(int, bool, const std::string&) {
+  return 0;
+}
+
+std::vector<ChannelChange> MediaBackend::TakeChannelChanges() {
+  return {};
+}
 
 void MediaSimulator::set_media(std::shared_ptr<MediaBackend> media) {
   if (media != nullptr) impl_->media = std::move(media);

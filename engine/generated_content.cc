@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "recording_writer.h"
 #include "engine_methods.h"
+#include "recording_writer.h"
 
 namespace zolo::sim {
 

@@ -12,9 +12,9 @@
 #include <memory>
 #include <string>
 
+#include "engine_methods.h"
 #include "recorder.h"
 #include "recording_writer.h"
-#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -21,6 +21,7 @@ namespace {
 
 constexpr const char* kSnapshotFolder = "/var/lib/zolo/media/images/snapshot";
 constexpr int kMaxSnapshotSide = 8192;
+constexpr int kChangePollMs = 200;
 
 // Codes the engine answers with.
 constexpr int kRefused = -1001;
@@ -115,8 +116,17 @@ void RegisterSourceMethods(MediaSimulator& sim) {
       state.uri = StringOf(request.get(), "uri");
     if (cJSON_IsString(cJSON_GetObjectItem(request.get(), "sub_uri")))
       state.sub_uri = StringOf(request.get(), "sub_uri");
+    engine.media().ConnectChannel(id, state.connected, state.uri);
     AnnounceStatus(engine, *channel, state.connected);
     return Reply(0);
+  });
+
+  // A real input that gains or loses its picture says so, as a change of connection does.
+  sim.AddTicker([](MediaSimulator& engine) {
+    for (const ChannelChange& change : engine.media().TakeChannelChanges())
+      if (std::unique_ptr<Channel> channel = FindChannel(engine, change.channel))
+        AnnounceStatus(engine, *channel, change.signal);
+    return kChangePollMs;
   });
 
   sim.Handle("connect_source", [inputs](const std::string& payload, MediaSimulator& engine) {

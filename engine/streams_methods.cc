@@ -10,9 +10,9 @@
 #include <map>
 #include <vector>
 
+#include "engine_methods.h"
 #include "recorder.h"
 #include "recording_writer.h"
-#include "engine_methods.h"
 
 namespace zolo::sim {
 

@@ -2,55 +2,23 @@
 
 #include <gst/base/gstbasesink.h>
 #include <gst/video/video.h>
-#include <zolo/media/mixer_config.h>
 
-#include <cmath>
-#include <cstdio>
+#include "common/log.h"
+#include "mixer_media.h"
+#include "sources_media.h"
 
 namespace zolo::engine {
 namespace {
 
+constexpr const char* kLogSource = "zolo-media-engine";
 constexpr GstClockTime kConvertTimeout = 2 * GST_SECOND;
-constexpr int kProgramMixer = 1;  // the main video mixer's id
-
-GstElement* Make(const char* factory, GstElement* bin, std::string* error) {
-  GstElement* element = gst_element_factory_make(factory, nullptr);
-  if (element == nullptr) {
-    *error = std::string("missing GStreamer element ") + factory;
-    return nullptr;
-  }
-  gst_bin_add(GST_BIN(bin), element);
-  return element;
-}
-
-GstCaps* RawCaps(const GstMediaOptions& o) {
-  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
-                             o.width, "height", G_TYPE_INT, o.height, "framerate",
-                             GST_TYPE_FRACTION, o.fps, 1, "pixel-aspect-ratio", GST_TYPE_FRACTION,
-                             1, 1, nullptr);
-}
-
-// A queue that holds at most two frames and drops the oldest: a stalled consumer never
-// holds up the input behind it.
-GstElement* LeakyQueue(GstElement* bin, std::string* error) {
-  GstElement* queue = Make("queue", bin, error);
-  if (queue != nullptr)
-    g_object_set(queue, "leaky", 2, "max-size-buffers", 2u, "max-size-bytes", 0u, "max-size-time",
-                 static_cast<guint64>(0), nullptr);
-  return queue;
-}
-
-// A sink that keeps the latest frame for snapshots and never holds the pipeline.
-GstElement* LastFrameSink(GstElement* bin, std::string* error) {
-  GstElement* sink = Make("fakesink", bin, error);
-  if (sink != nullptr)
-    g_object_set(sink, "sync", FALSE, "async", FALSE, "enable-last-sample", TRUE, nullptr);
-  return sink;
-}
 
 int WriteJpeg(GstElement* sink, int width, int height, const std::string& path) {
   GstSample* sample = gst_base_sink_get_last_sample(GST_BASE_SINK(sink));
-  if (sample == nullptr) return -1;
+  if (sample == nullptr) {
+    ZLOG(1, "no frame yet for %s", path.c_str());
+    return -1;
+  }
   GstCaps* jpeg = gst_caps_new_simple("image/jpeg", "width", G_TYPE_INT, width, "height",
                                       G_TYPE_INT, height, nullptr);
   GError* error = nullptr;
@@ -58,6 +26,7 @@ int WriteJpeg(GstElement* sink, int width, int height, const std::string& path) 
   gst_caps_unref(jpeg);
   gst_sample_unref(sample);
   if (converted == nullptr) {
+    ZLOG(1, "cannot make %s: %s", path.c_str(), error != nullptr ? error->message : "timeout");
     if (error != nullptr) g_error_free(error);
     return -1;
   }
@@ -75,6 +44,25 @@ int WriteJpeg(GstElement* sink, int width, int height, const std::string& path) 
   return result;
 }
 
+bool HasFrame(GstElement* sink) {
+  GstSample* sample = gst_base_sink_get_last_sample(GST_BASE_SINK(sink));
+  if (sample != nullptr) gst_sample_unref(sample);
+  return sample != nullptr;
+}
+
+struct Work {
+  std::function<void()> run;
+};
+
+gboolean RunWork(gpointer data) {
+  static_cast<Work*>(data)->run();
+  return G_SOURCE_REMOVE;
+}
+
+void FreeWork(gpointer data) {
+  delete static_cast<Work*>(data);
+}
+
 }  // namespace
 
 GstMedia::GstMedia(const GstMediaOptions& options) : options_(options) {
@@ -85,178 +73,222 @@ GstMedia::~GstMedia() {
   Stop();
 }
 
-unsigned GstMedia::TestColour(int source) {
+unsigned GstMedia::TestColour(int channel) {
   static const unsigned kColours[] = {0xffe02020, 0xff20c020, 0xff2040e0, 0xffe0e020,
                                       0xffe020e0, 0xff20e0e0, 0xffffffff, 0xff808080};
-  return kColours[static_cast<unsigned>(source) % (sizeof kColours / sizeof kColours[0])];
+  return kColours[static_cast<unsigned>(channel) % (sizeof kColours / sizeof kColours[0])];
 }
 
-bool GstMedia::AddInput(int source, const std::string& name, std::string* error) {
-  GstElement* bin = pipeline_;
-  GstElement* src = Make("videotestsrc", bin, error);
-  if (src == nullptr) return false;
-  g_object_set(src, "is-live", TRUE, nullptr);
-  GstElement* first = src;
-  if (options_.test_colours) {
-    gst_util_set_object_arg(G_OBJECT(src), "pattern", "solid-color");
-    g_object_set(src, "foreground-color", TestColour(source), nullptr);
-  } else {
-    // A moving ball on a dark tint of the input's colour: live, and each input its own.
-    gst_util_set_object_arg(G_OBJECT(src), "pattern", "ball");
-    g_object_set(src, "background-color", 0xff000000 | ((TestColour(source) >> 2) & 0x3f3f3f),
-                 nullptr);
-    GstElement* label = Make("textoverlay", bin, error);
-    if (label == nullptr) return false;
-    g_object_set(label, "text", name.c_str(), "font-desc", "Sans Bold 24", nullptr);
-    gst_util_set_object_arg(G_OBJECT(label), "valignment", "center");
-    gst_util_set_object_arg(G_OBJECT(label), "halignment", "center");
-    if (!gst_element_link(src, label)) return false;
-    first = label;
-  }
-  // Every input is normalised to one format, size and rate before anything else sees it.
-  GstElement* convert = Make("videoconvert", bin, error);
-  GstElement* scale = Make("videoscale", bin, error);
-  GstElement* rate = Make("videorate", bin, error);
-  GstElement* caps = Make("capsfilter", bin, error);
-  GstElement* tee = Make("tee", bin, error);
-  GstElement* to_last = LeakyQueue(bin, error);
-  GstElement* last = LastFrameSink(bin, error);
-  GstElement* to_mixer = LeakyQueue(bin, error);
-  if (!convert || !scale || !rate || !caps || !tee || !to_last || !last || !to_mixer) return false;
-  GstCaps* raw = RawCaps(options_);
-  g_object_set(caps, "caps", raw, nullptr);
-  gst_caps_unref(raw);
-  if (!gst_element_link_many(first, convert, scale, rate, caps, tee, nullptr) ||
-      !gst_element_link_many(tee, to_last, last, nullptr) || !gst_element_link(tee, to_mixer)) {
-    *error = "cannot link the input of source " + std::to_string(source);
+GstCaps* GstMedia::RawCaps() const {
+  return gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, "I420", "width", G_TYPE_INT,
+                             options_.width, "height", G_TYPE_INT, options_.height, "framerate",
+                             GST_TYPE_FRACTION, options_.fps, 1, "pixel-aspect-ratio",
+                             GST_TYPE_FRACTION, 1, 1, nullptr);
+}
+
+void GstMedia::Later(int ms, std::function<void()> work) {
+  GSource* source = ms > 0 ? g_timeout_source_new(static_cast<guint>(ms)) : g_idle_source_new();
+  g_source_set_callback(source, RunWork, new Work{std::move(work)}, FreeWork);
+  g_source_attach(source, context_);
+  g_source_unref(source);
+}
+
+GSource* GstMedia::Every(int ms, GSourceFunc tick, gpointer data) {
+  GSource* source = g_timeout_source_new(static_cast<guint>(ms));
+  g_source_set_callback(source, tick, data, nullptr);
+  g_source_attach(source, context_);
+  return source;
+}
+
+void GstMedia::Announce(int channel, bool signal) {
+  std::lock_guard<std::mutex> lock(changes_mutex_);
+  changes_.push_back(sim::ChannelChange{channel, signal});
+}
+
+std::vector<sim::ChannelChange> GstMedia::TakeChannelChanges() {
+  std::lock_guard<std::mutex> lock(changes_mutex_);
+  return std::move(changes_);
+}
+
+bool GstMedia::Start(const std::vector<InputSpec>& inputs, const std::vector<int>& mixers,
+                     std::string* error) {
+  if (mixers.empty()) {
+    *error = "no video mixer to build";
     return false;
   }
-  GstPad* pad = gst_element_request_pad_simple(compositor_, "sink_%u");
-  GstPad* out = gst_element_get_static_pad(to_mixer, "src");
-  bool linked = gst_pad_link(out, pad) == GST_PAD_LINK_OK;
-  gst_object_unref(out);
-  // Hidden until a layout shows it.
-  g_object_set(pad, "alpha", 0.0, nullptr);
-  inputs_[source] = Input{last, pad};
-  if (!linked) *error = "cannot link source " + std::to_string(source) + " to the mixer";
-  return linked;
-}
-
-bool GstMedia::Start(const std::vector<std::pair<int, std::string>>& sources, std::string* error) {
+  context_ = g_main_context_new();
+  loop_ = g_main_loop_new(context_, FALSE);
   pipeline_ = gst_pipeline_new("engine");
-  compositor_ = Make("compositor", pipeline_, error);
-  GstElement* caps = Make("capsfilter", pipeline_, error);
-  GstElement* queue = LeakyQueue(pipeline_, error);
-  // The program's latest frame as it leaves the mixer (the mixer is live and keeps time).
-  program_ = LastFrameSink(pipeline_, error);
-  if (!compositor_ || !caps || !queue || !program_) return false;
-  gst_util_set_object_arg(G_OBJECT(compositor_), "background", "black");
-  GstCaps* raw = RawCaps(options_);
-  g_object_set(caps, "caps", raw, nullptr);
-  gst_caps_unref(raw);
-  if (!gst_element_link_many(compositor_, caps, queue, program_, nullptr)) {
-    *error = "cannot link the program mixer";
-    return false;
+  GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline_));
+  // The bus watch belongs to the control thread's context.
+  g_main_context_push_thread_default(context_);
+  gst_bus_add_watch(bus, OnBusMessage, this);
+  g_main_context_pop_thread_default(context_);
+  gst_object_unref(bus);
+  program_mixer_ = mixers.front();
+  for (int id : mixers) {
+    auto mixer = std::make_unique<VideoMixer>(*this, id);
+    if (!mixer->Build(error)) return false;
+    mixers_[id] = std::move(mixer);
   }
-  GstPad* src = gst_element_get_static_pad(compositor_, "src");
-  gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, OnProgramFrame, this, nullptr);
-  gst_object_unref(src);
-  for (const auto& [id, name] : sources)
-    if (!AddInput(id, name, error)) return false;
+  for (const InputSpec& spec : inputs) {
+    auto input = std::make_unique<ChannelInput>(*this, spec);
+    if (!input->Build(error)) return false;
+    for (auto& [id, mixer] : mixers_)
+      if (!mixer->AddInput(spec.channel, spec.source, input->tee(), error)) return false;
+    inputs_[spec.channel] = std::move(input);
+  }
+  // One clock and one base time, given to every element before it plays: a mixer that gets
+  // the clock before the pipeline reaches it would otherwise count from time zero.
+  GstClock* clock = gst_system_clock_obtain();
+  gst_pipeline_use_clock(GST_PIPELINE(pipeline_), clock);
+  gst_element_set_start_time(pipeline_, GST_CLOCK_TIME_NONE);
+  GstClockTime base = gst_clock_get_time(clock);
+  gst_object_unref(clock);
+  gst_element_set_base_time(pipeline_, base);
+  GstIterator* elements = gst_bin_iterate_recurse(GST_BIN(pipeline_));
+  gst_iterator_foreach(
+      elements,
+      [](const GValue* item, gpointer time) {
+        gst_element_set_base_time(GST_ELEMENT(g_value_get_object(item)),
+                                  *static_cast<GstClockTime*>(time));
+      },
+      &base);
+  gst_iterator_free(elements);
   if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
     *error = "the pipeline does not play";
     return false;
   }
+  control_ = std::thread([this] {
+    g_main_context_push_thread_default(context_);
+    g_main_loop_run(loop_);
+    g_main_context_pop_thread_default(context_);
+  });
   return true;
 }
 
 void GstMedia::Stop() {
   if (pipeline_ == nullptr) return;
+  if (control_.joinable()) {
+    // The inputs stop watching on the control thread, then the loop ends.
+    Later(0, [this] {
+      for (auto& [channel, input] : inputs_) input->Shutdown();
+      g_main_loop_quit(loop_);
+    });
+    control_.join();
+  }
   gst_element_set_state(pipeline_, GST_STATE_NULL);
-  for (auto& [id, input] : inputs_) gst_object_unref(input.mixer_pad);
+  GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline_));
+  gst_bus_remove_watch(bus);
+  gst_object_unref(bus);
   inputs_.clear();
+  mixers_.clear();
   gst_object_unref(pipeline_);
-  pipeline_ = compositor_ = program_ = nullptr;
+  pipeline_ = nullptr;
+  g_main_loop_unref(loop_);
+  loop_ = nullptr;
+  // Work queued for a loop that no longer runs is dropped with the context.
+  g_main_context_unref(context_);
+  context_ = nullptr;
+}
+
+ChannelInput* GstMedia::InputOf(GstObject* element) const {
+  for (const auto& [channel, input] : inputs_)
+    if (input->Owns(element)) return input.get();
+  return nullptr;
+}
+
+gboolean GstMedia::OnBusMessage(GstBus*, GstMessage* message, gpointer self) {
+  static_cast<GstMedia*>(self)->HandleMessage(message);
+  return G_SOURCE_CONTINUE;
+}
+
+// Control thread: an error or warning is the business of the bin it came from only.
+void GstMedia::HandleMessage(GstMessage* message) {
+  switch (GST_MESSAGE_TYPE(message)) {
+    case GST_MESSAGE_ERROR:
+    case GST_MESSAGE_WARNING: {
+      GError* error = nullptr;
+      gchar* debug = nullptr;
+      bool fatal = GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR;
+      if (fatal)
+        gst_message_parse_error(message, &error, &debug);
+      else
+        gst_message_parse_warning(message, &error, &debug);
+      gchar* path = gst_object_get_path_string(GST_MESSAGE_SRC(message));
+      ChannelInput* input = InputOf(GST_MESSAGE_SRC(message));
+      if (input != nullptr && fatal) {
+        input->Failed(std::string(path) + ": " + error->message);
+      } else {
+        ZLOG(fatal ? 1 : 2, "%s %s: %s", fatal ? "error" : "warning", path, error->message);
+      }
+      g_free(path);
+      g_free(debug);
+      g_error_free(error);
+      break;
+    }
+    case GST_MESSAGE_LATENCY:
+      gst_bin_recalculate_latency(GST_BIN(pipeline_));
+      break;
+    default:
+      break;
+  }
 }
 
 guint64 GstMedia::program_frames() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return frames_;
+  auto mixer = mixers_.find(program_mixer_);
+  return mixer == mixers_.end() ? 0 : mixer->second->frames();
+}
+
+bool GstMedia::HasSignal(int channel) const {
+  auto input = inputs_.find(channel);
+  return input != inputs_.end() && input->second->has_signal();
 }
 
 bool GstMedia::WaitUntilLive(int timeout_ms) const {
   gint64 deadline = g_get_monotonic_time() + timeout_ms * G_GINT64_CONSTANT(1000);
-  auto has_frame = [](GstElement* sink) {
-    GstSample* sample = gst_base_sink_get_last_sample(GST_BASE_SINK(sink));
-    if (sample != nullptr) gst_sample_unref(sample);
-    return sample != nullptr;
-  };
-  for (const auto& [source, input] : inputs_)
-    while (!has_frame(input.last))
+  auto wait = [deadline](const std::function<bool()>& done) {
+    while (!done())
       if (g_get_monotonic_time() > deadline)
         return false;
       else
         g_usleep(10000);
+    return true;
+  };
+  for (const auto& [channel, input] : inputs_)
+    if (!wait([&input = input] { return HasFrame(input->last_frame()); })) return false;
+  for (const auto& [id, mixer] : mixers_)
+    if (!wait([&mixer = mixer] { return HasFrame(mixer->last_frame()); })) return false;
   guint64 until = program_frames() + 3;
-  while (program_frames() < until)
-    if (g_get_monotonic_time() > deadline)
-      return false;
-    else
-      g_usleep(10000);
-  return true;
+  return wait([this, until] { return program_frames() >= until; });
 }
 
 int GstMedia::Snapshot(Picture what, int id, int width, int height, const std::string& path) {
   if (pipeline_ == nullptr) return -1;
-  GstElement* sink = program_;
+  GstElement* sink = nullptr;
   if (what == Picture::kChannel) {
     auto input = inputs_.find(id);
     if (input == inputs_.end()) return -1;
-    sink = input->second.last;
+    sink = input->second->last_frame();
+  } else {
+    auto mixer = mixers_.find(what == Picture::kMixer ? id : program_mixer_);
+    if (mixer == mixers_.end()) return -1;
+    sink = mixer->second->last_frame();
   }
   return WriteJpeg(sink, width, height, path);
 }
 
 void GstMedia::ShowLayout(int mixer, const std::string& content) {
-  if (mixer != kProgramMixer) return;  // the other mixers are not built yet
-  std::vector<zm_video_layout> windows;
-  if (zm_parse_layout_string(content.c_str(), &windows) != 0) return;
-  std::map<int, Window> next;
-  for (const zm_video_layout& w : windows) next[w.id] = Window{w.x, w.y, w.w, w.h, w.z};
-  std::lock_guard<std::mutex> lock(mutex_);
-  pending_ = std::move(next);
-  layout_pending_ = true;
+  auto found = mixers_.find(mixer);
+  if (found != mixers_.end()) found->second->ShowLayout(content);
 }
 
-GstPadProbeReturn GstMedia::OnProgramFrame(GstPad*, GstPadProbeInfo*, gpointer data) {
-  auto* self = static_cast<GstMedia*>(data);
-  std::map<int, Window> windows;
-  {
-    std::lock_guard<std::mutex> lock(self->mutex_);
-    ++self->frames_;
-    if (!self->layout_pending_) return GST_PAD_PROBE_OK;
-    self->layout_pending_ = false;
-    windows.swap(self->pending_);
-  }
-  self->ApplyLayout(windows);
-  return GST_PAD_PROBE_OK;
-}
-
-void GstMedia::ApplyLayout(const std::map<int, Window>& windows) {
-  // Called between two frames of the mixer's own thread: the next frame has all of it.
-  for (auto& [source, input] : inputs_) {
-    auto window = windows.find(source);
-    if (window == windows.end()) {
-      g_object_set(input.mixer_pad, "alpha", 0.0, nullptr);
-      continue;
-    }
-    const Window& w = window->second;
-    g_object_set(input.mixer_pad, "xpos", static_cast<int>(std::lround(w.x * options_.width)),
-                 "ypos", static_cast<int>(std::lround(w.y * options_.height)), "width",
-                 static_cast<int>(std::lround(w.w * options_.width)), "height",
-                 static_cast<int>(std::lround(w.h * options_.height)), "zorder",
-                 static_cast<guint>(w.z + 1), "alpha", 1.0, nullptr);
-  }
+int GstMedia::ConnectChannel(int channel, bool connect, const std::string& uri) {
+  auto found = inputs_.find(channel);
+  if (found == inputs_.end()) return -1;
+  ChannelInput* input = found->second.get();
+  Later(0, [input, connect, uri] { input->Connect(connect, uri); });
+  return 0;
 }
 
 }  // namespace zolo::engine

@@ -1,13 +1,23 @@
-// The engine's media on GStreamer: one live pipeline on the system clock with an input per
-// video source (a moving test pattern with the source's name, or a solid colour for tests),
-// the program mixer as a compositor, and snapshots of the live frames.
+// The engine's media on GStreamer: one live pipeline on the system clock. Every channel is an
+// input of its own (its source normalised to one format, over a live "no signal" slate, and
+// rebuilt with backoff when it fails), every video mixer a compositor following its layouts,
+// and snapshots are taken from the live frames.
+//
+// Threads: the engine's loop calls the MediaBackend methods; GStreamer's bus messages and the
+// rebuild timers run on the media's own control thread; streaming threads only count frames
+// and apply a prepared layout between two frames. Nothing here calls the message bus or the
+// database: changes the engine announces are queued for TakeChannelChanges.
 #pragma once
 
 #include <gst/gst.h>
 
+#include <atomic>
+#include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "zolo_media_sim.h"
@@ -15,11 +25,26 @@
 namespace zolo::engine {
 
 struct GstMediaOptions {
-  int width = 1280;  // every input and the program, normalised to this size and rate
+  int width = 1280;  // every input and every mixer, normalised to this size and rate
   int height = 720;
   int fps = 30;
-  bool test_colours = false;  // inputs as solid colours, one per source (tests)
+  bool test_colours = false;  // test-pattern inputs as solid colours, one per channel (tests)
+  int retry_first_ms = 500;   // a failed source is rebuilt after this, doubling each time
+  int retry_max_ms = 8000;    // up to this
+  int stall_ms = 3000;        // a source that delivers nothing this long has failed
 };
+
+// One channel's input: `uri` is the source's URL ("capture://…", "v4l2:///dev/videoN",
+// "rtsp://…", "srt://…", "rtmp://…", "http(s)://…", "file://…"); "" is a test pattern.
+struct InputSpec {
+  int channel = 0;
+  int source = 0;    // the video source id that layouts name
+  std::string name;  // drawn on the test pattern and the slate
+  std::string uri;
+};
+
+class ChannelInput;
+class VideoMixer;
 
 class GstMedia : public sim::MediaBackend {
  public:
@@ -28,46 +53,54 @@ class GstMedia : public sim::MediaBackend {
   GstMedia(const GstMedia&) = delete;
   GstMedia& operator=(const GstMedia&) = delete;
 
-  // Builds the pipeline with an input for each of `sources` (video source ids) and plays it.
-  // False with `error` set when it cannot.
-  bool Start(const std::vector<std::pair<int, std::string>>& sources, std::string* error);
+  // Builds the pipeline with `inputs` and a compositor for each of `mixers` (mixer ids; the
+  // first is the program) and plays it. False with `error` set when it cannot.
+  bool Start(const std::vector<InputSpec>& inputs, const std::vector<int>& mixers,
+             std::string* error);
   void Stop();
 
   int Snapshot(Picture what, int id, int width, int height, const std::string& path) override;
   void ShowLayout(int mixer, const std::string& content) override;
+  int ConnectChannel(int channel, bool connect, const std::string& uri) override;
+  std::vector<sim::ChannelChange> TakeChannelChanges() override;
 
-  // The colour (0xAARRGGBB) an input shows with test colours.
-  static unsigned TestColour(int source);
+  // The colour (0xAARRGGBB) a test-pattern input shows with test colours.
+  static unsigned TestColour(int channel);
   // Frames the program produced so far.
   guint64 program_frames() const;
-  // Waits until every input has delivered a frame and the program mixed a few more; false
-  // after `timeout_ms`.
+  // True while channel `channel` shows its source (not the slate).
+  bool HasSignal(int channel) const;
+  // Waits until every input and mixer has delivered a frame and the program mixed a few
+  // more; false after `timeout_ms`.
   bool WaitUntilLive(int timeout_ms) const;
 
+  // For the inputs and mixers (control thread).
+  const GstMediaOptions& options() const { return options_; }
+  GstElement* pipeline() const { return pipeline_; }
+  GstCaps* RawCaps() const;  // the one video format of the pipeline (caller unrefs)
+  // Runs `work` on the control thread after `ms` milliseconds (0: soon).
+  void Later(int ms, std::function<void()> work);
+  // Calls `tick` on the control thread every `ms` milliseconds until it returns FALSE or the
+  // returned source is destroyed (caller unrefs it).
+  GSource* Every(int ms, GSourceFunc tick, gpointer data);
+  // Queues a channel's signal change for the engine's loop.
+  void Announce(int channel, bool signal);
+
  private:
-  struct Window {
-    double x, y, w, h;
-    int z;
-  };
-  struct Input {
-    GstElement* last = nullptr;   // keeps the latest frame for snapshots
-    GstPad* mixer_pad = nullptr;  // the compositor's pad of this input
-  };
-  bool AddInput(int source, const std::string& name, std::string* error);
-  // Applies a pending layout; called from the compositor's streaming thread between frames,
-  // so every window of a layout changes on the same frame.
-  static GstPadProbeReturn OnProgramFrame(GstPad*, GstPadProbeInfo*, gpointer self);
-  void ApplyLayout(const std::map<int, Window>& windows);
+  static gboolean OnBusMessage(GstBus*, GstMessage* message, gpointer self);
+  void HandleMessage(GstMessage* message);
+  ChannelInput* InputOf(GstObject* element) const;
 
   GstMediaOptions options_;
   GstElement* pipeline_ = nullptr;
-  GstElement* compositor_ = nullptr;
-  GstElement* program_ = nullptr;  // the program's last frame
-  std::map<int, Input> inputs_;
-  mutable std::mutex mutex_;
-  bool layout_pending_ = false;
-  std::map<int, Window> pending_;
-  guint64 frames_ = 0;
+  GMainContext* context_ = nullptr;
+  GMainLoop* loop_ = nullptr;
+  std::thread control_;
+  std::map<int, std::unique_ptr<ChannelInput>> inputs_;  // by channel id
+  std::map<int, std::unique_ptr<VideoMixer>> mixers_;    // by mixer id
+  int program_mixer_ = 0;
+  mutable std::mutex changes_mutex_;
+  std::vector<sim::ChannelChange> changes_;
 };
 
 }  // namespace zolo::engine

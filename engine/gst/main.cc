@@ -13,6 +13,7 @@
 #include <zolo_model/media_model.h>
 #include <zolo_model/mixer.h>
 #include <zolo_model/mixer_config.h>
+#include <zolo_model/source.h>
 
 #include "gst_media.h"
 #include "zolo_media_sim.h"
@@ -38,7 +39,7 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(16, 2160));
   app.add_option("--fps", media.fps, "Frame rate")->capture_default_str()->check(CLI::Range(1, 60));
   app.add_flag("--test-colours", media.test_colours,
-               "Inputs as solid colours, one per source (for tests)");
+               "Every input a solid colour, one per channel, whatever its source (for tests)");
   int level_rate = 10;
   app.add_option("--level-rate", level_rate,
                  "\"audio_level\" of every audio port this many times a second (0: none)")
@@ -54,27 +55,35 @@ int main(int argc, char** argv) {
     std::cerr << "zolo-media-engine: cannot open the media database " << database << '\n';
     return 1;
   }
-  // An input for the video source of every channel that has one.
-  std::vector<std::pair<int, std::string>> sources;
+  // An input for every channel with a video source (its user source when it has one), and
+  // a compositor for every video mixer, the main one first.
+  std::vector<zolo::engine::InputSpec> inputs;
   std::vector<Channel*> channels;
   Channel::QueryAll(&channels);
-  for (Channel* channel : channels)
-    if (channel->video_source_id() > 0)
-      sources.emplace_back(channel->video_source_id(), channel->name());
+  for (Channel* channel : channels) {
+    const MediaSource* source = channel->video_user_source();
+    if (source == nullptr) source = channel->video_source();
+    if (source == nullptr || !channel->visible() || !source->available()) continue;
+    inputs.push_back({channel->id(), channel->video_source_id(), source->name(),
+                      media.test_colours ? "" : source->url()});
+  }
   MediaModel::CleanQuery(&channels);
+  std::vector<int> mixer_ids;
+  std::vector<Mixer*> mixers;
+  Mixer::QueryByType(0, &mixers);
+  for (Mixer* mixer : mixers) mixer_ids.push_back(mixer->id());
+  if (mixer_ids.empty()) mixer_ids.push_back(1);
 
   auto gst = std::make_shared<zolo::engine::GstMedia>(media);
   std::string error;
-  if (!gst->Start(sources, &error)) {
+  if (!gst->Start(inputs, mixer_ids, &error)) {
     std::cerr << "zolo-media-engine: " << error << '\n';
     return 1;
   }
-  // The program starts with the layout the main mixer shows.
-  Mixer* main_mixer = nullptr;
-  if (Mixer::QueryById(1, &main_mixer) == 0 && main_mixer != nullptr &&
-      main_mixer->config() != nullptr)
-    gst->ShowLayout(main_mixer->id(), main_mixer->config()->content());
-  delete main_mixer;
+  // Every mixer starts with the layout it shows.
+  for (Mixer* mixer : mixers)
+    if (mixer->config() != nullptr) gst->ShowLayout(mixer->id(), mixer->config()->content());
+  MediaModel::CleanQuery(&mixers);
 
   zolo::sim::MediaSimulator engine;
   engine.set_database(database);
@@ -84,7 +93,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   engine.set_level_interval_ms(level_rate > 0 ? 1000 / level_rate : 0);
-  std::cout << "zolo-media-engine: serving zolo.media with " << sources.size() << " inputs at "
+  std::cout << "zolo-media-engine: serving zolo.media with " << inputs.size() << " inputs at "
             << media.width << "x" << media.height << "@" << media.fps << std::endl;
   while (sigwaitinfo(&signals, nullptr) < 0) {
   }

@@ -31,6 +31,12 @@ struct Forced {
   std::string reply;  // kNoCode: this text is the reply (default {"result":"ok"})
 };
 
+// A channel's input gained or lost its picture.
+struct ChannelChange {
+  int channel = 0;
+  bool signal = false;
+};
+
 // The media work behind the engine's methods: what the simulator fakes and a real engine
 // does with live pictures. The methods' replies, rows, files and signals stay in the method
 // handlers; they call this for the pictures. Called on the engine's loop thread.
@@ -46,6 +52,11 @@ class MediaBackend {
   // The mixer with id `mixer` shows the layout `content` (the library's layout string) from
   // now on.
   virtual void ShowLayout(int mixer, const std::string& content);
+  // Connects or disconnects channel `channel`'s input, to `uri` when not empty. 0, or -1
+  // when the channel has no input.
+  virtual int ConnectChannel(int channel, bool connect, const std::string& uri);
+  // The inputs' picture changes since the last call, oldest first (the simulator has none).
+  virtual std::vector<ChannelChange> TakeChannelChanges();
 };
 
 // The media database the library opens: [Application] database of "/etc/media.conf", both
