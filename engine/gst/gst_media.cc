@@ -77,7 +77,7 @@ int WriteJpeg(GstElement* sink, int width, int height, const std::string& path) 
 
 }  // namespace
 
-GstMedia::GstMedia(const GstMediaOptions& options) : options_(options) {
+GstMedia::GstMedia(const GstMediaOptions& options) : options_(options), audio_(options.audio) {
   gst_init(nullptr, nullptr);
 }
 
@@ -163,6 +163,7 @@ bool GstMedia::Start(const std::vector<std::pair<int, std::string>>& sources, st
   gst_object_unref(src);
   for (const auto& [id, name] : sources)
     if (!AddInput(id, name, error)) return false;
+  if (!audio_.Build(pipeline_, error)) return false;
   if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
     *error = "the pipeline does not play";
     return false;
@@ -173,6 +174,7 @@ bool GstMedia::Start(const std::vector<std::pair<int, std::string>>& sources, st
 void GstMedia::Stop() {
   if (pipeline_ == nullptr) return;
   gst_element_set_state(pipeline_, GST_STATE_NULL);
+  audio_.Reset();
   for (auto& [id, input] : inputs_) gst_object_unref(input.mixer_pad);
   inputs_.clear();
   gst_object_unref(pipeline_);

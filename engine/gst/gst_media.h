@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "audio_media.h"
 #include "zolo_media_sim.h"
 
 namespace zolo::engine {
@@ -19,6 +20,7 @@ struct GstMediaOptions {
   int height = 720;
   int fps = 30;
   bool test_colours = false;  // inputs as solid colours, one per source (tests)
+  GstAudioOptions audio;      // the audio ports, their tones and meters
 };
 
 class GstMedia : public sim::MediaBackend {
@@ -35,6 +37,12 @@ class GstMedia : public sim::MediaBackend {
 
   int Snapshot(Picture what, int id, int width, int height, const std::string& path) override;
   void ShowLayout(int mixer, const std::string& content) override;
+  void SetVolume(const std::string& port, int volume) override { audio_.SetVolume(port, volume); }
+  void SetMute(const std::string& port, bool mute) override { audio_.SetMute(port, mute); }
+  bool MeasuredLevel(const std::string& port, AudioLevel* level) override {
+    *level = audio_.Level(port);
+    return true;
+  }
 
   // The colour (0xAARRGGBB) an input shows with test colours.
   static unsigned TestColour(int source);
@@ -68,6 +76,7 @@ class GstMedia : public sim::MediaBackend {
   bool layout_pending_ = false;
   std::map<int, Window> pending_;
   guint64 frames_ = 0;
+  GstAudio audio_;
 };
 
 }  // namespace zolo::engine
