@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <set>
 
 namespace zolo::engine {
 namespace {
@@ -255,13 +256,34 @@ void GstAudio::SetMute(const std::string& port, bool mute) {
   if (element != volumes_.end()) g_object_set(element->second, "mute", mute, nullptr);
 }
 
+gint64 GstAudio::StaleBefore() const {
+  return g_get_monotonic_time() -
+         gint64{kStaleIntervals} * std::max(1, options_.level_interval_ms) * 1000;
+}
+
 GstAudio::AudioLevel GstAudio::Level(const std::string& port) const {
-  gint64 stale = g_get_monotonic_time() -
-                 gint64{kStaleIntervals} * std::max(1, options_.level_interval_ms) * 1000;
+  gint64 stale = StaleBefore();
   std::lock_guard<std::mutex> lock(mutex_);
   auto found = levels_.find(port);
   if (found == levels_.end() || found->second.when < stale) return AudioLevel{};
   return found->second.level;
+}
+
+bool GstAudio::WaitUntilLive(int timeout_ms) const {
+  gint64 deadline = g_get_monotonic_time() + timeout_ms * G_GINT64_CONSTANT(1000);
+  std::set<std::string> names;
+  for (const auto& [meter, name] : meters_) names.insert(name);
+  for (;;) {
+    gint64 stale = StaleBefore();
+    size_t live = 0;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      for (const auto& [name, measured] : levels_) live += measured.when >= stale;
+    }
+    if (live >= names.size()) return true;
+    if (g_get_monotonic_time() > deadline) return false;
+    g_usleep(10000);
+  }
 }
 
 bool GstAudio::OnMessage(GstMessage* message) {

@@ -57,12 +57,15 @@ class GstAudio {
   // The latest level of `port` or of the program mix; the floor when the port is unknown
   // or its meter went quiet (its input stalled).
   AudioLevel Level(const std::string& port) const;
+  // Waits until every meter has measured lately; false after `timeout_ms`.
+  bool WaitUntilLive(int timeout_ms) const;
 
   // Called with every element message of the audio bin, on the thread that posts it; true
   // when it was a meter's and is consumed.
   bool OnMessage(GstMessage* message);
 
  private:
+  gint64 StaleBefore() const;
   struct Measured {
     AudioLevel level;
     gint64 when = 0;  // monotonic microseconds

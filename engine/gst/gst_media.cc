@@ -205,7 +205,7 @@ bool GstMedia::WaitUntilLive(int timeout_ms) const {
       return false;
     else
       g_usleep(10000);
-  return true;
+  return audio_.WaitUntilLive(static_cast<int>((deadline - g_get_monotonic_time()) / 1000));
 }
 
 int GstMedia::Snapshot(Picture what, int id, int width, int height, const std::string& path) {

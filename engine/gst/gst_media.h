@@ -48,8 +48,8 @@ class GstMedia : public sim::MediaBackend {
   static unsigned TestColour(int source);
   // Frames the program produced so far.
   guint64 program_frames() const;
-  // Waits until every input has delivered a frame and the program mixed a few more; false
-  // after `timeout_ms`.
+  // Waits until every input has delivered a frame and the program mixed a few more, and
+  // every audio meter measures; false after `timeout_ms`.
   bool WaitUntilLive(int timeout_ms) const;
 
  private:
