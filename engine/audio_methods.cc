@@ -1,7 +1,8 @@
-// The engine's audio ports: live levels that move, input status, mode and hardware, output
-// level warnings, and the set methods. Settings the engine persists (volume, mute, type,
-// gain, noise reduction, XLR, monitoring) go to the port's stream parameters, where the
-// library reads them; live state stays here. Volume and type changes are signalled.
+// The engine's audio ports: live levels (measured by the media, or made up when it measures
+// none), input status, mode and hardware, output level warnings, and the set methods. Settings the
+// engine persists (volume, mute, type, gain, noise reduction, XLR, monitoring) go to the port's
+// stream parameters, where the library reads them; live state stays here. Volume and type changes
+// are signalled.
 #include <zolo_model/media_model.h>
 #include <zolo_model/stream.h>
 
@@ -33,7 +34,6 @@ constexpr int kMaxMode = 2;
 constexpr int kUnknownPort = -1005;
 constexpr int kBadArgument = -1003;
 constexpr int kLevelTickMs = 200;
-constexpr const char* kProgramMix = "Audio-Mix";
 
 struct Port {
   bool output = false;
@@ -46,7 +46,7 @@ struct Port {
   int monitor_mode = 0;
   int monitor_seconds = 1;
   int monitor_level = 90;
-  int64_t below_since_ticks = 0;
+  int64_t below_since_ms = 0;
   bool warning = false;
   bool muted = false;
 };
@@ -57,6 +57,7 @@ struct Ports {
   std::mt19937 random{20240611};
   Clock::time_point next_tick;
   Clock::time_point next_refresh;
+  int ticks_since_signal = 0;
 
   // A port that just joined, somewhere around a working level.
   Port Fresh() {
@@ -89,8 +90,9 @@ struct Ports {
     ports.swap(found);
   }
 
-  // Levels wander around a working level; muted ports fall silent. With level signals on,
-  // every port and the program mix announce their level each tick, as a real engine does.
+  // Levels are measured by the media or wander around a working level (muted ports fall
+  // silent). With level signals on, every port and the program mix announce their level at
+  // the level rate: a signal interval is split into equal ticks of at most kLevelTickMs.
   int Tick(MediaSimulator& sim) {
     auto now = Clock::now();
     if (now < next_tick)
@@ -98,17 +100,21 @@ struct Ports {
                  std::chrono::duration_cast<std::chrono::milliseconds>(next_tick - now).count()) +
              1;
     int signal_ms = sim.level_interval_ms();
-    int tick_ms = signal_ms > 0 ? std::min(signal_ms, kLevelTickMs) : kLevelTickMs;
-    next_tick = now + std::chrono::milliseconds(tick_ms);
+    int ticks_per_signal = signal_ms > 0 ? (signal_ms + kLevelTickMs - 1) / kLevelTickMs : 1;
+    int tick_ms = signal_ms > 0 ? signal_ms / ticks_per_signal : kLevelTickMs;
+    // On a fixed grid, so a late wake-up does not slow the rate down.
+    next_tick += std::chrono::milliseconds(tick_ms);
+    if (next_tick <= now) next_tick = now + std::chrono::milliseconds(tick_ms);
     // Until the database lists any port (it may not exist yet), look again every tick.
     if (signal_ms > 0 && (ports.empty() || now >= next_refresh)) {
       Refresh(sim);
       next_refresh = now + std::chrono::seconds(2);
     }
-    Wander();
-    if (signal_ms <= 0) return tick_ms;
+    if (!Measure(sim.media(), tick_ms)) Wander();
+    if (signal_ms <= 0 || ++ticks_since_signal < ticks_per_signal) return tick_ms;
+    ticks_since_signal = 0;
     for (const auto& [name, port] : ports) SignalLevel(sim, name, port);
-    SignalLevel(sim, kProgramMix, program);
+    SignalLevel(sim, MediaBackend::kProgramMix, program);
     return tick_ms;
   }
 
@@ -129,10 +135,7 @@ struct Ports {
           std::max(-90, std::min(0, port.level + step(random) + (port.level < -24 ? 2 : -1)));
       port.left = std::max(-90, port.level + step(random));
       port.right = std::max(-90, port.level + step(random));
-      // A monitored output warns once its level stayed below the threshold for the duration.
-      port.below_since_ticks = port.level < -port.monitor_level ? port.below_since_ticks + 1 : 0;
-      port.warning = port.output && port.monitor_mode > 0 &&
-                     port.below_since_ticks * kLevelTickMs >= int64_t{port.monitor_seconds} * 1000;
+      Monitor(port, kLevelTickMs);
     }
     program.level = program.left = program.right = -90;
     for (const auto& [name, port] : ports) {
@@ -141,6 +144,32 @@ struct Ports {
       program.left = std::max(program.left, port.left);
       program.right = std::max(program.right, port.right);
     }
+  }
+
+  // The levels the media measured for the last `tick_ms`; false when it measures none.
+  bool Measure(MediaBackend& media, int tick_ms) {
+    MediaBackend::AudioLevel measured;
+    if (!media.MeasuredLevel(MediaBackend::kProgramMix, &measured)) return false;
+    Take(measured, &program);
+    for (auto& [name, port] : ports) {
+      media.MeasuredLevel(name, &measured);
+      Take(measured, &port);
+      Monitor(port, tick_ms);
+    }
+    return true;
+  }
+
+  static void Take(const MediaBackend::AudioLevel& measured, Port* port) {
+    port->level = measured.level;
+    port->left = measured.left;
+    port->right = measured.right;
+  }
+
+  // A monitored output warns once its level stayed below the threshold for the duration.
+  static void Monitor(Port& port, int tick_ms) {
+    port.below_since_ms = port.level < -port.monitor_level ? port.below_since_ms + tick_ms : 0;
+    port.warning = port.output && port.monitor_mode > 0 &&
+                   port.below_since_ms >= int64_t{port.monitor_seconds} * 1000;
   }
 };
 
@@ -194,6 +223,11 @@ void HandleSet(MediaSimulator& sim, const char* method, bool output, std::shared
                  ports->Refresh(engine);
                  code = apply(request.get(), stream, ports->ports[name]);
                  if (code == 0 && Stream::Update(stream) != 0) code = -1001;
+                 if (code == 0 && announce == Announce::kVolume) {
+                   // The media plays what is stored, from now on.
+                   engine.media().SetVolume(name, stream->ObtainParameter("volume", kMaxVolume));
+                   engine.media().SetMute(name, stream->ObtainParameter("mute", 0) == 1);
+                 }
                  if (code == 0) SignalChange(engine, *stream, announce);
                }
                MediaModel::CleanQuery(&held);
@@ -245,6 +279,14 @@ std::string PortsReply(const Ports& ports, bool outputs) {
 
 }  // namespace
 
+void MediaBackend::SetVolume(const std::string&, int) {}
+
+void MediaBackend::SetMute(const std::string&, bool) {}
+
+bool MediaBackend::MeasuredLevel(const std::string&, AudioLevel*) {
+  return false;
+}
+
 void RegisterAudioMethods(MediaSimulator& sim) {
   auto ports = std::make_shared<Ports>();
   sim.AddTicker([ports](MediaSimulator& engine) { return ports->Tick(engine); });
@@ -252,6 +294,7 @@ void RegisterAudioMethods(MediaSimulator& sim) {
     sim.Handle(outputs ? "get_audio_output_info" : "get_audio_input_info",
                [ports, outputs](const std::string&, MediaSimulator& engine) {
                  ports->Refresh(engine);
+                 ports->Measure(engine.media(), 0);  // ports that just joined too
                  return PortsReply(*ports, outputs);
                });
 

@@ -65,7 +65,7 @@ void FreeWork(gpointer data) {
 
 }  // namespace
 
-GstMedia::GstMedia(const GstMediaOptions& options) : options_(options) {
+GstMedia::GstMedia(const GstMediaOptions& options) : options_(options), audio_(options.audio) {
   gst_init(nullptr, nullptr);
 }
 
@@ -138,6 +138,7 @@ bool GstMedia::Start(const std::vector<InputSpec>& inputs, const std::vector<int
       if (!mixer->AddInput(spec.channel, spec.source, input->tee(), error)) return false;
     inputs_[spec.channel] = std::move(input);
   }
+  if (!audio_.Build(pipeline_, error)) return false;
   // One clock and one base time, given to every element before it plays: a mixer that gets
   // the clock before the pipeline reaches it would otherwise count from time zero.
   GstClock* clock = gst_system_clock_obtain();
@@ -181,6 +182,7 @@ void GstMedia::Stop() {
   GstBus* bus = gst_pipeline_get_bus(GST_PIPELINE(pipeline_));
   gst_bus_remove_watch(bus);
   gst_object_unref(bus);
+  audio_.Reset();
   inputs_.clear();
   mixers_.clear();
   gst_object_unref(pipeline_);
@@ -260,7 +262,8 @@ bool GstMedia::WaitUntilLive(int timeout_ms) const {
   for (const auto& [id, mixer] : mixers_)
     if (!wait([&mixer = mixer] { return HasFrame(mixer->last_frame()); })) return false;
   guint64 until = program_frames() + 3;
-  return wait([this, until] { return program_frames() >= until; });
+  if (!wait([this, until] { return program_frames() >= until; })) return false;
+  return audio_.WaitUntilLive(static_cast<int>((deadline - g_get_monotonic_time()) / 1000));
 }
 
 int GstMedia::Snapshot(Picture what, int id, int width, int height, const std::string& path) {

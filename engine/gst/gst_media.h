@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "audio_media.h"
 #include "zolo_media_sim.h"
 
 namespace zolo::engine {
@@ -32,6 +33,7 @@ struct GstMediaOptions {
   int retry_first_ms = 500;   // a failed source is rebuilt after this, doubling each time
   int retry_max_ms = 8000;    // up to this
   int stall_ms = 3000;        // a source that delivers nothing this long has failed
+  GstAudioOptions audio;      // the audio ports, their tones and meters
 };
 
 // One channel's input: `uri` is the source's URL ("capture://…", "v4l2:///dev/videoN",
@@ -63,6 +65,12 @@ class GstMedia : public sim::MediaBackend {
   void ShowLayout(int mixer, const std::string& content) override;
   int ConnectChannel(int channel, bool connect, const std::string& uri) override;
   std::vector<sim::ChannelChange> TakeChannelChanges() override;
+  void SetVolume(const std::string& port, int volume) override { audio_.SetVolume(port, volume); }
+  void SetMute(const std::string& port, bool mute) override { audio_.SetMute(port, mute); }
+  bool MeasuredLevel(const std::string& port, AudioLevel* level) override {
+    *level = audio_.Level(port);
+    return true;
+  }
 
   // The colour (0xAARRGGBB) a test-pattern input shows with test colours.
   static unsigned TestColour(int channel);
@@ -70,8 +78,8 @@ class GstMedia : public sim::MediaBackend {
   guint64 program_frames() const;
   // True while channel `channel` shows its source (not the slate).
   bool HasSignal(int channel) const;
-  // Waits until every input and mixer has delivered a frame and the program mixed a few
-  // more; false after `timeout_ms`.
+  // Waits until every input and mixer has delivered a frame, the program mixed a few more
+  // and every audio meter measures; false after `timeout_ms`.
   bool WaitUntilLive(int timeout_ms) const;
 
   // For the inputs and mixers (control thread).
@@ -101,6 +109,7 @@ class GstMedia : public sim::MediaBackend {
   int program_mixer_ = 0;
   mutable std::mutex changes_mutex_;
   std::vector<sim::ChannelChange> changes_;
+  GstAudio audio_;
 };
 
 }  // namespace zolo::engine

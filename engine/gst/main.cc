@@ -40,6 +40,8 @@ int main(int argc, char** argv) {
   app.add_option("--fps", media.fps, "Frame rate")->capture_default_str()->check(CLI::Range(1, 60));
   app.add_flag("--test-colours", media.test_colours,
                "Every input a solid colour, one per channel, whatever its source (for tests)");
+  app.add_flag("--test-tones", media.audio.test_tones,
+               "Audio inputs as tones of known levels, one per port (for tests)");
   int level_rate = 10;
   app.add_option("--level-rate", level_rate,
                  "\"audio_level\" of every audio port this many times a second (0: none)")
@@ -73,6 +75,8 @@ int main(int argc, char** argv) {
   Mixer::QueryByType(0, &mixers);
   for (Mixer* mixer : mixers) mixer_ids.push_back(mixer->id());
   if (mixer_ids.empty()) mixer_ids.push_back(1);
+  media.audio.ports = zolo::engine::GstAudio::ConfiguredPorts();
+  if (level_rate > 0) media.audio.level_interval_ms = 1000 / level_rate;
 
   auto gst = std::make_shared<zolo::engine::GstMedia>(media);
   std::string error;

@@ -57,6 +57,22 @@ class MediaBackend {
   virtual int ConnectChannel(int channel, bool connect, const std::string& uri);
   // The inputs' picture changes since the last call, oldest first (the simulator has none).
   virtual std::vector<ChannelChange> TakeChannelChanges();
+
+  // Audio ports go by their stream names; the program mix by this one.
+  static constexpr const char* kProgramMix = "Audio-Mix";
+  // A level in whole dB, at most 0, -90 for silence.
+  struct AudioLevel {
+    int level = -90;
+    int left = -90;
+    int right = -90;
+  };
+  // Port `port` (an input or an output) plays at `volume` (0..100, 100: as it comes) from now
+  // on; the simulator has nothing to change.
+  virtual void SetVolume(const std::string& port, int volume);
+  virtual void SetMute(const std::string& port, bool mute);
+  // The latest measured level of `port` or of kProgramMix (a port this media does not have is
+  // silent). False when this media measures none: the simulator makes its levels up.
+  virtual bool MeasuredLevel(const std::string& port, AudioLevel* level);
 };
 
 // The media database the library opens: [Application] database of "/etc/media.conf", both
