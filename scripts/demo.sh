@@ -2,14 +2,24 @@
 # The demo a newcomer runs: installs what is missing, builds, makes a throw-away sandbox
 # root with the default configuration, and tours the library with zmctl. Everything it
 # starts or mounts is undone on exit, also when interrupted.
+#   scripts/demo.sh          with the real media engine on GStreamer (test-pattern inputs)
+#   scripts/demo.sh --sim    with the simulated engine
 set -euo pipefail
 cd "$(dirname "$0")/.."
 repo=$PWD
+engine=real
+for arg in "$@"; do
+  case "$arg" in
+    --sim) engine=sim ;;
+    *) echo "usage: $0 [--sim]" >&2; exit 2 ;;
+  esac
+done
 
 bash scripts/setup.sh
 cmake -S . -B build >/dev/null
-cmake --build build -j"$(nproc)" --target zmctl zolo-media-sim gen_layout_image \
-    zolo-media-gateway >/dev/null
+targets=(zmctl zolo-media-sim gen_layout_image zolo-media-gateway)
+[ "$engine" = real ] && targets+=(zolo-media-engine)
+cmake --build build -j"$(nproc)" --target "${targets[@]}" >/dev/null
 
 root=$(mktemp -d /tmp/zolo-demo-XXXXXX)
 mounted=""
@@ -17,6 +27,7 @@ pids=()
 cleanup() {
   for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
   for pid in "${pids[@]}"; do wait "$pid" 2>/dev/null || true; done
+  [ -f "$root/engine.log" ] && cp "$root/engine.log" /tmp/zolo-demo-engine.log
   if [ -n "$mounted" ]; then umount "$mounted" 2>/dev/null || umount -l "$mounted" || true; fi
   rm -rf "$root"
 }
@@ -28,14 +39,22 @@ if [ "$(id -u)" -eq 0 ] && mount -t tmpfs -o size=256m tmpfs "$root/media/SD" 2>
   mounted="$root/media/SD"
 fi
 
-# A private message bus with the simulated engine on it.
+# A private message bus with the engine on it.
 sed "s|@SOCKET@|$root/bus.socket|" data/dbus/private-bus.conf.in >"$root/bus.conf"
 dbus-daemon --config-file="$root/bus.conf" --nofork --nopidfile &
 pids+=($!)
 export DBUS_SYSTEM_BUS_ADDRESS="unix:path=$root/bus.socket"
 for _ in $(seq 100); do [ -S "$root/bus.socket" ] && break; sleep 0.05; done
-build/engine/sim/zolo-media-sim --sandbox "$root" \
-    --database "$root/var/lib/zolo/media.db" >/dev/null &
+if [ "$engine" = real ]; then
+  # Small pictures keep two cores free for the rest of the tour.
+  OVIK_LOG_SYSLOG=0 OVIK_LOG_STDERR=1 build/engine/gst/zolo-media-engine --sandbox "$root" \
+      --database "$root/var/lib/zolo/media.db" --initial-sql data/initial.sql \
+      --width 640 --height 360 --fps 15 \
+      >"$root/engine.out" 2>"$root/engine.log" &
+else
+  build/engine/sim/zolo-media-sim --sandbox "$root" \
+      --database "$root/var/lib/zolo/media.db" >/dev/null &
+fi
 pids+=($!)
 
 zmctl() { "$repo/build/tools/zmctl/zmctl" --sandbox "$root" "$@"; }
@@ -56,7 +75,8 @@ step "a snapshot: colour bars to JPEG"
 zmctl testframe "$root/var/lib/zolo/media/images/bars.yuv" --width 1280 --height 720
 zmctl jpeg "$root/var/lib/zolo/media/images/bars.yuv" "$root/var/lib/zolo/media/images/bars.jpg" \
       --width 1280 --height 720 --quality 90
-step "the media engine (simulated, on a private bus)"
+step "the media engine ($([ "$engine" = real ] && echo "GStreamer" || echo "simulated"), on a private bus)"
+[ "$engine" = real ] && cat "$root/engine.out"
 zmctl state
 zmctl setting get storage
 zmctl setting set backup 1
@@ -139,9 +159,16 @@ zmctl mixer layout "$pip" main --persist
 wait "$watcher" || true
 zmctl mixer show main
 zmctl color get
+sleep 0.3
 zmctl mixer snapshot file:///var/lib/zolo/media/images/mixer.jpg --width 640 --height 360
 file "$root/var/lib/zolo/media/images/mixer.jpg" 2>/dev/null ||
     ls -l "$root/var/lib/zolo/media/images/mixer.jpg"
+if [ "$engine" = real ]; then
+  cp "$root/var/lib/zolo/media/images/mixer.jpg" /tmp/zolo-demo-mixer.jpg
+  echo "the program as mixed: /tmp/zolo-demo-mixer.jpg (kept after the demo)"
+  echo "inputs without a source show the \"no signal\" slate, retried with backoff:"
+  grep -m 3 'showing the slate\|refused source\|unsupported source' "$root/engine.log" | sed 's/^/  /' || true
+fi
 take=$(cd "$root" && find var/lib/zolo/recordings -type f -name '*.mp4' | sort | head -n 1)
 zmctl playback start "/$take"
 zmctl playback state

@@ -31,6 +31,10 @@ completions=$(bash -c 'source /usr/share/bash-completion/completions/zmctl
 [[ " $completions " == *" list "* ]] || { echo "completion gave: $completions"; exit 1; }
 systemd-analyze verify /lib/systemd/system/zolo-media-sim.service
 systemd-analyze verify /lib/systemd/system/zolo-media-gateway.service
+systemd-analyze verify /lib/systemd/system/zolo-media-engine.service
+/usr/bin/zolo-media-engine --help >/dev/null
+warnings=$(MANWIDTH=80 man --warnings -l /usr/share/man/man1/zolo-media-engine.1.gz 2>&1 >/dev/null)
+[ -z "$warnings" ] || { echo "engine man page warnings: $warnings"; exit 1; }
 /usr/bin/zolo-media-gateway --version
 warnings=$(MANWIDTH=80 man --warnings -l /usr/share/man/man8/zolo-media-gateway.8.gz 2>&1 >/dev/null)
 [ -z "$warnings" ] || { echo "gateway man page warnings: $warnings"; exit 1; }

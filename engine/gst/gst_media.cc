@@ -156,7 +156,11 @@ bool GstMedia::Start(const std::vector<InputSpec>& inputs, const std::vector<int
       },
       &base);
   gst_iterator_free(elements);
-  if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+  // Sources are added only once every element plays: an element still on its way would
+  // refuse their first frames and stop them.
+  if (gst_element_set_state(pipeline_, GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE ||
+      gst_element_get_state(pipeline_, nullptr, nullptr, 10 * GST_SECOND) ==
+          GST_STATE_CHANGE_FAILURE) {
     *error = "the pipeline does not play";
     return false;
   }

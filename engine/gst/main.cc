@@ -21,13 +21,18 @@
 int main(int argc, char** argv) {
   CLI::App app{
       "zolo-media-engine: the media engine owning zolo.media on the system bus\n"
-      "(DBUS_SYSTEM_BUS_ADDRESS chooses the bus), with live pictures from GStreamer: an input\n"
-      "per capture source (a moving test pattern with its name on a machine without capture\n"
-      "hardware), the program mixer following the layouts, snapshots of the live frames."};
+      "(DBUS_SYSTEM_BUS_ADDRESS chooses the bus), on GStreamer: an input per channel (its\n"
+      "capture device, network or file source, or a moving test pattern with its name on a\n"
+      "machine without one) over a live \"no signal\" slate, a compositor per video mixer\n"
+      "following the layouts, the program audio mix with measured levels, and snapshots of\n"
+      "the live pictures."};
   std::string database;
   app.add_option("--database", database,
                  "Media database (default: [Application] database of /etc/media.conf, below "
                  "the sandbox root)");
+  std::string initial_sql;
+  app.add_option("--initial-sql", initial_sql,
+                 "Create the database from this SQL file when it does not exist yet");
   std::string sandbox;
   app.add_option("--sandbox", sandbox, "Sandbox root: every system path is looked up below it");
   zolo::engine::GstMediaOptions media;
@@ -53,9 +58,19 @@ int main(int argc, char** argv) {
 
   sigset_t signals = zolo::sim::BlockStopSignals();  // before any thread starts
 
-  if (MediaModel::Instance()->Connect(database) < 0) {
-    std::cerr << "zolo-media-engine: cannot open the media database " << database << '\n';
+  if (!initial_sql.empty() && !database.empty() &&
+      MediaModel::Instance()->Initialize(database, initial_sql) < 0) {
+    std::cerr << "zolo-media-engine: cannot create " << database << " from " << initial_sql << '\n';
     return 1;
+  }
+  // The database may not exist yet (the library creates it on first use): wait for it.
+  bool said = false;
+  while (MediaModel::Instance()->Connect(database) < 0) {
+    if (!said)
+      std::cerr << "zolo-media-engine: waiting for the media database " << database << '\n';
+    said = true;
+    timespec second{1, 0};
+    if (sigtimedwait(&signals, nullptr, &second) > 0) return 0;
   }
   // An input for every channel with a video source (its user source when it has one), and
   // a compositor for every video mixer, the main one first.

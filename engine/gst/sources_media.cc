@@ -121,6 +121,7 @@ bool ChannelInput::Build(std::string* error) {
   slate_pad_ = gst_element_request_pad_simple(selector_, "sink_%u");
   source_pad_ = gst_element_request_pad_simple(selector_, "sink_%u");
   GstPad* slate_src = gst_element_get_static_pad(text, "src");
+  gst_pad_add_probe(slate_src, GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM, OnFormatQuery, this, nullptr);
   bool linked = gst_pad_link(slate_src, slate_pad_) == GST_PAD_LINK_OK;
   gst_object_unref(slate_src);
   if (!linked) {
@@ -172,6 +173,9 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   }
   const GstMediaOptions& o = media_.options();
   GstElement* bin = gst_bin_new(nullptr);
+  // A decoding bin changes state asynchronously while it finds its streams; the source bin
+  // keeps that to itself, so the pipeline never leaves PLAYING for it.
+  g_object_set(bin, "async-handling", TRUE, nullptr);
   // The normalising chain: re-timing, format, size, rate, then a queue of two frames that
   // drops the oldest, so this source can never hold up anything after it.
   GstElement* retime = Add(bin, "identity", error);
@@ -235,6 +239,7 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   gst_element_add_pad(bin, ghost);
   // The selector and the mixers never wait for this source's latency: it is re-timed.
   gst_pad_add_probe(ghost, GST_PAD_PROBE_TYPE_QUERY_UPSTREAM, OnLatencyQuery, this, nullptr);
+  gst_pad_add_probe(ghost, GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM, OnFormatQuery, this, nullptr);
   GstPad* in = gst_element_get_static_pad(retime, "sink");
   gst_pad_add_probe(
       in,
@@ -267,6 +272,40 @@ void ChannelInput::OnPadAdded(GstElement*, GstPad* pad, gpointer data) {
   if (!gst_pad_is_linked(sink)) gst_pad_link(pad, sink);
   gst_object_unref(sink);
   gst_object_unref(bin);
+}
+
+// What an input offers is fixed: queries for its format and buffers are answered here and
+// never travel on through the selector, the tee and every mixer behind it.
+GstPadProbeReturn ChannelInput::OnFormatQuery(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  auto* self = static_cast<ChannelInput*>(data);
+  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
+  switch (GST_QUERY_TYPE(query)) {
+    case GST_QUERY_CAPS: {
+      GstCaps* raw = self->media_.RawCaps();
+      GstCaps* filter = nullptr;
+      gst_query_parse_caps(query, &filter);
+      if (filter != nullptr) {
+        GstCaps* both = gst_caps_intersect(raw, filter);
+        gst_caps_unref(raw);
+        raw = both;
+      }
+      gst_query_set_caps_result(query, raw);
+      gst_caps_unref(raw);
+      return GST_PAD_PROBE_HANDLED;
+    }
+    case GST_QUERY_ACCEPT_CAPS: {
+      GstCaps* caps = nullptr;
+      gst_query_parse_accept_caps(query, &caps);
+      GstCaps* raw = self->media_.RawCaps();
+      gst_query_set_accept_caps_result(query, gst_caps_can_intersect(caps, raw));
+      gst_caps_unref(raw);
+      return GST_PAD_PROBE_HANDLED;
+    }
+    case GST_QUERY_ALLOCATION:
+      return GST_PAD_PROBE_HANDLED;  // the input allocates its own buffers
+    default:
+      return GST_PAD_PROBE_OK;
+  }
 }
 
 // A re-timed source is late by at most a frame when it reaches the mixers.

@@ -48,7 +48,8 @@ class ChannelInput {
   void Show(bool source);
   static void OnPadAdded(GstElement*, GstPad* pad, gpointer self);
   static GstPadProbeReturn OnSourceData(GstPad*, GstPadProbeInfo* info, gpointer self);
-  static GstPadProbeReturn OnLatencyQuery(GstPad*, GstPadProbeInfo* info, gpointer);
+  static GstPadProbeReturn OnLatencyQuery(GstPad*, GstPadProbeInfo* info, gpointer self);
+  static GstPadProbeReturn OnFormatQuery(GstPad*, GstPadProbeInfo* info, gpointer self);
   static gboolean OnWatchdog(gpointer self);
 
   GstMedia& media_;
