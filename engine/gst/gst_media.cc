@@ -246,6 +246,11 @@ guint64 GstMedia::program_frames() const {
   return mixer == mixers_.end() ? 0 : mixer->second->frames();
 }
 
+gint64 GstMedia::program_layout_shown_us() const {
+  auto mixer = mixers_.find(program_mixer_);
+  return mixer == mixers_.end() ? 0 : mixer->second->layout_shown_us();
+}
+
 bool GstMedia::HasSignal(int channel) const {
   auto input = inputs_.find(channel);
   return input != inputs_.end() && input->second->has_signal();

@@ -76,6 +76,8 @@ class GstMedia : public sim::MediaBackend {
   static unsigned TestColour(int channel);
   // Frames the program produced so far.
   guint64 program_frames() const;
+  // When the first program frame of the latest layout was mixed (monotonic µs), 0 before.
+  gint64 program_layout_shown_us() const;
   // True while channel `channel` shows its source (not the slate).
   bool HasSignal(int channel) const;
   // Waits until every input and mixer has delivered a frame, the program mixed a few more

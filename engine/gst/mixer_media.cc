@@ -50,6 +50,10 @@ bool VideoMixer::Build(std::string* error) {
     *error = "cannot link mixer " + std::to_string(id_);
     return false;
   }
+  // A new layout is applied once the mixer has picked the frames it is about to mix, so the
+  // very next frame shows it whole.
+  g_object_set(compositor_, "emit-signals", TRUE, nullptr);
+  g_signal_connect(compositor_, "samples-selected", G_CALLBACK(OnSamplesSelected), this);
   GstPad* src = gst_element_get_static_pad(compositor_, "src");
   gst_pad_add_probe(src, GST_PAD_PROBE_TYPE_BUFFER, OnFrame, this, nullptr);
   gst_object_unref(src);
@@ -117,21 +121,37 @@ void VideoMixer::ShowLayout(const std::string& content) {
   pending_ = true;
 }
 
-GstPadProbeReturn VideoMixer::OnFrame(GstPad*, GstPadProbeInfo*, gpointer data) {
+void VideoMixer::OnSamplesSelected(GstElement*, GstSegment*, guint64, guint64, guint64,
+                                   GstStructure*, gpointer data) {
   auto* self = static_cast<VideoMixer*>(data);
   std::map<int, Placement> placements;
   {
     std::lock_guard<std::mutex> lock(self->mutex_);
-    ++self->frames_;
-    if (!self->pending_) return GST_PAD_PROBE_OK;
+    if (!self->pending_) return;
     self->pending_ = false;
+    self->applying_ = true;
     placements.swap(self->next_);
   }
   self->Apply(placements);
+}
+
+GstPadProbeReturn VideoMixer::OnFrame(GstPad*, GstPadProbeInfo*, gpointer data) {
+  auto* self = static_cast<VideoMixer*>(data);
+  std::lock_guard<std::mutex> lock(self->mutex_);
+  ++self->frames_;
+  if (self->applying_) {
+    self->applying_ = false;
+    self->layout_shown_us_ = g_get_monotonic_time();
+  }
   return GST_PAD_PROBE_OK;
 }
 
-// Called in the compositor's own thread between two frames: the next frame has all of it.
+gint64 VideoMixer::layout_shown_us() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return layout_shown_us_;
+}
+
+// Called in the compositor's own thread before it mixes a frame: that frame has all of it.
 void VideoMixer::Apply(const std::map<int, Placement>& placements) {
   for (Branch& branch : branches_) {
     auto found = placements.find(branch.source);

@@ -30,6 +30,8 @@ class VideoMixer {
 
   GstElement* last_frame() const { return last_; }
   guint64 frames() const;
+  // When the first frame of the latest layout left the mixer (monotonic µs), 0 before.
+  gint64 layout_shown_us() const;
 
  private:
   // One window as the compositor pad and crop show it.
@@ -44,6 +46,8 @@ class VideoMixer {
     GstElement* crop = nullptr;
     GstPad* pad = nullptr;  // the compositor's pad
   };
+  static void OnSamplesSelected(GstElement*, GstSegment*, guint64, guint64, guint64, GstStructure*,
+                                gpointer self);
   static GstPadProbeReturn OnFrame(GstPad*, GstPadProbeInfo*, gpointer self);
   void Apply(const std::map<int, Placement>& placements);
 
@@ -56,6 +60,8 @@ class VideoMixer {
   bool pending_ = false;
   std::map<int, Placement> next_;  // by video source id
   guint64 frames_ = 0;
+  bool applying_ = false;  // the frame being mixed has a new layout
+  gint64 layout_shown_us_ = 0;
 };
 
 }  // namespace zolo::engine
