@@ -20,6 +20,8 @@ struct Gateway::Session {
   JsonHolder pending_identify;
   Subscriptions subscriptions;
   Coalescer coalescer;
+  // Set while the client watches live pictures: what it shows to fetch them over HTTP.
+  std::string live_token;
   // Requests the workers have not answered yet; they count down themselves.
   std::shared_ptr<std::atomic<int>> in_flight = std::make_shared<std::atomic<int>>(0);
   GSource* identify_timer = nullptr;
