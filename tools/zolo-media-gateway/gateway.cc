@@ -66,6 +66,14 @@ GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpo
   return source;
 }
 
+void PostToLoop(GMainContext* context, GSourceFunc function, gpointer data) {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(source, function, data, nullptr);
+  g_source_attach(source, context);
+  g_source_unref(source);
+}
+
 void CancelTimer(GSource** slot) {
   if (*slot == nullptr) return;
   g_source_destroy(*slot);

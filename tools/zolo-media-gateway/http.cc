@@ -150,14 +150,14 @@ void Gateway::RunFile(gpointer data, gpointer) {
   if (request->layout > 0 && request->etag.empty() && !request->outside &&
       request->gateway->library_ready() && zm_render_layout_preview(request->layout) == 0)
     ReadFile(request);
-  g_main_context_invoke_full(
-      request->gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      request->gateway->context_,
       [](gpointer done) -> gboolean {
         std::unique_ptr<FileRequest> answered(static_cast<FileRequest*>(done));
         answered->gateway->FinishFile(*answered);
         return G_SOURCE_REMOVE;
       },
-      request, nullptr);
+      request);
 }
 
 void Gateway::ReadFile(FileRequest* request) {

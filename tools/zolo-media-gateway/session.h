@@ -34,6 +34,11 @@ struct Gateway::Session {
 GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpointer data);
 // Stops the timer in `*slot` (if any) and clears the slot.
 void CancelTimer(GSource** slot);
+// Runs `function(data)` once on the thread that iterates `context`, from any thread. Never
+// inline, unlike g_main_context_invoke: a caller holding a lock the function takes (the
+// signal thread) or a context nobody owns for a moment (before the loop runs, during Stop)
+// must not run loop code on the calling thread.
+void PostToLoop(GMainContext* context, GSourceFunc function, gpointer data);
 
 struct Gateway::Job {
   Gateway* gateway;

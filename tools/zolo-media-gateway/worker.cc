@@ -190,8 +190,8 @@ void Gateway::RunJob(gpointer data, gpointer) {
     if (result != kNotRun) gateway.metrics_.Request(metric, result, seconds);
   --*job->in_flight;
   if (added != Outbound::Added::kFull) return;
-  g_main_context_invoke_full(
-      gateway.context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      gateway.context_,
       [](gpointer full) -> gboolean {
         std::unique_ptr<Job> refused(static_cast<Job*>(full));
         Gateway& owner = *refused->gateway;
@@ -199,7 +199,7 @@ void Gateway::RunJob(gpointer data, gpointer) {
         if (it != owner.sessions_.end()) owner.Close(*it->second, close_reason::kSlowConsumer);
         return G_SOURCE_REMOVE;
       },
-      done.release(), nullptr);
+      done.release());
 }
 
 void Gateway::RunProbe(gpointer data, gpointer) {
@@ -213,8 +213,8 @@ void Gateway::RunProbe(gpointer data, gpointer) {
   }
   result->engine_ok = gateway.library_ready_.load() && zm_get_state(nullptr) >= 0;
   result->database_ok = DatabaseReadable(SysrootPath(result->gateway->config_.database));
-  g_main_context_invoke_full(
-      result->gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      result->gateway->context_,
       [](gpointer done) -> gboolean {
         std::unique_ptr<ProbeResult> probe(static_cast<ProbeResult*>(done));
         Gateway& owner = *probe->gateway;
@@ -225,7 +225,7 @@ void Gateway::RunProbe(gpointer data, gpointer) {
                                                              : "the media engine does not answer");
         return G_SOURCE_REMOVE;
       },
-      result, nullptr);
+      result);
 }
 
 gboolean Gateway::Probe() {
@@ -320,13 +320,13 @@ gboolean Gateway::LiveTick() {
 void Gateway::RunLiveRound(gpointer data, gpointer) {
   auto* gateway = static_cast<Gateway*>(data);
   TakeLivePictures(gateway->live_, gateway->config_.live_width, gateway->config_.live_height);
-  g_main_context_invoke_full(
-      gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      gateway->context_,
       [](gpointer self) -> gboolean {
         static_cast<Gateway*>(self)->live_running_ = false;
         return G_SOURCE_REMOVE;
       },
-      gateway, nullptr);
+      gateway);
 }
 
 void Gateway::OnSignal(const char* name, void* data, void*) {
@@ -344,13 +344,13 @@ void Gateway::OnSignal(const char* name, void* data, void*) {
   gateway->signals_.emplace_back(name, std::move(record));
   if (gateway->signals_wake_) return;
   gateway->signals_wake_ = true;
-  g_main_context_invoke_full(
-      gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      gateway->context_,
       [](gpointer self) -> gboolean {
         static_cast<Gateway*>(self)->DispatchSignals();
         return G_SOURCE_REMOVE;
       },
-      gateway, nullptr);
+      gateway);
 }
 
 void Gateway::DispatchSignals() {
