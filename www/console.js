@@ -22,6 +22,7 @@ const api = {
   setAudioInput: 'set_audio_input', setAudioOutput: 'set_audio_output',
   recordings: 'get_recording', recordingCount: 'get_recording_count',
   bookmarks: 'load_recording_bookmark', addBookmark: 'add_bookmark',
+  watchLive: 'watch_live_pictures',
 };
 const MIXER_MAIN = 1;  // the program mixer
 const PROGRAM_MIX = 'Audio-Mix';  // the channel whose level is the program's sound
@@ -113,6 +114,7 @@ const ACTIONS = {
   load_recording_bookmark: 'Reading the bookmarks', get_state: 'Reading the engine state',
   get_stream_by_pattern: 'Reading the outputs', get_channel: 'Reading the inputs',
   get_layout: 'Reading the layouts', get_audio_input: 'Reading the audio ports',
+  watch_live_pictures: 'Live pictures',
 };
 const REASONS = {
   [-1]: 'the appliance reported a failure',
@@ -422,6 +424,162 @@ const outputs = {
   },
 };
 
+// --- Live pictures ---------------------------------------------------------------------
+
+// While the page is visible and connected it watches the live pictures: the gateway takes
+// a small picture of every input and of the program about twice a second, and the page
+// fetches each with the watch's token. A picture shows its age once it is not fresh; one
+// that cannot be had says why instead, never a broken image or an old picture as live.
+const LIVE_FRESH_MS = 2000;
+const LIVE_REASONS = {
+  [-1]: 'the engine gave none',
+  [-2]: 'not available for this input',
+  [-5]: 'the engine does not know this input',
+  [-6]: 'the engine did not answer in time',
+};
+function age(ms) {
+  const s = Math.floor(ms / 1000);
+  return s < 60 ? `${s} s old` : s < 3600 ? `${Math.floor(s / 60)} min old` : 'over an hour old';
+}
+const live = {
+  views: new Map(),  // 'program' or channel id -> view
+  token: '',
+  interval: 500,
+  timer: 0,
+  starting: null,
+  failure: '',       // why watching failed, in words
+  // A picture box for `key`, fetched from `path`; `label` names it for screen readers.
+  view(key, path, label, className = 'thumb') {
+    const img = element('img', { alt: `Live picture of ${label}`, hidden: true });
+    const note = element('span', { class: 'live-note' }, 'waiting for a picture…');
+    const badge = element('span', { class: 'live-badge', hidden: true });
+    const node = element('div', { class: `${className} live-view`, 'data-live': key }, img, note, badge);
+    const view = { key, path, node, img, note, badge, takenAt: 0, reason: '', fetching: false, url: '' };
+    // A picture that cannot be shown is dropped, never left as a broken image.
+    img.addEventListener('error', () => { this.drop(view, 'the picture could not be shown'); });
+    this.drop(this.views.get(key));
+    this.views.set(key, view);
+    this.paint(view);
+    return node;
+  },
+  // Forgets the views `keep` refuses (the inputs list was read again).
+  prune(keep) {
+    for (const [key, view] of this.views) if (!keep(key)) { this.drop(view); this.views.delete(key); }
+  },
+  drop(view, reason = '') {
+    if (!view) return;
+    if (view.url) URL.revokeObjectURL(view.url);
+    view.url = '';
+    view.takenAt = 0;
+    view.reason = reason;
+    view.img.removeAttribute('src');
+    this.paint(view);
+  },
+  wanted() { return client.state === 'ready' && document.visibilityState === 'visible'; },
+  // Follows the connection and the page's visibility: watch while both allow it.
+  update() {
+    if (this.wanted()) {
+      if (!this.token) this.watch();
+    } else {
+      clearInterval(this.timer);
+      this.timer = 0;
+      // Hidden but connected: the gateway stops as soon as nobody watches. A lost
+      // connection ended the watch already.
+      if (this.token && client.state === 'ready') client.request(api.watchLive, { on: false }).catch(() => {});
+      this.token = '';
+    }
+    this.paintAll();
+  },
+  watch() {
+    if (this.starting) return;
+    this.starting = client.request(api.watchLive, { on: true }).then(({ data }) => {
+      this.failure = '';
+      if (!this.wanted()) {  // hidden or gone meanwhile
+        client.request(api.watchLive, { on: false }).catch(() => {});
+        return;
+      }
+      this.token = data.token;
+      this.interval = Math.max(200, Number(data.intervalMs) || 500);
+      clearInterval(this.timer);
+      this.timer = setInterval(() => this.refresh(), this.interval);
+      this.refresh();
+    }, (error) => {
+      this.failure = describe(error).text;
+    }).finally(() => {
+      this.starting = null;
+      this.paintAll();
+    });
+  },
+  refresh() {
+    if (!this.wanted() || !this.token) return;
+    for (const view of this.views.values()) if (view.path && !view.fetching) this.fetch(view);
+  },
+  async fetch(view) {
+    view.fetching = true;
+    const token = this.token;
+    try {
+      const response = await fetch(view.path, { headers: { Authorization: `Bearer ${token}` }, cache: 'no-store' });
+      const code = Number(response.headers.get('X-Live-Code')) || 0;
+      if (response.status === 401) {
+        // The watch ended on the gateway's side (a restart): start it again.
+        if (token === this.token) { this.token = ''; this.update(); }
+      } else if (response.status === 200) {
+        const taken = performance.now() - (Number(response.headers.get('X-Picture-Age-Ms')) || 0);
+        const blob = await response.blob();
+        view.reason = code < 0 ? (LIVE_REASONS[code] || 'the engine gave none') : '';
+        if (this.views.get(view.key) === view && taken > view.takenAt + 1) await this.show(view, blob, taken);
+      } else if (response.status === 204) {
+        // No picture yet in this watch; a code says why.
+        if (code < 0) this.drop(view, LIVE_REASONS[code] || 'the engine gave none');
+      } else {
+        this.drop(view, 'the appliance has no picture of it');
+      }
+    } catch (error) {
+      view.reason = 'the appliance cannot be reached';
+    } finally {
+      view.fetching = false;
+      this.paint(view);
+    }
+  },
+  async show(view, blob, taken) {
+    const url = URL.createObjectURL(blob);
+    const old = view.url;
+    view.url = url;
+    view.img.src = url;
+    try {
+      await view.img.decode();
+      view.takenAt = taken;
+    } catch (error) {
+      if (view.url === url) this.drop(view, 'the picture could not be shown');
+    }
+    if (old) URL.revokeObjectURL(old);
+  },
+  paint(view) {
+    if (!view) return;
+    const shown = view.takenAt > 0;
+    view.img.hidden = !shown;
+    view.note.hidden = shown;
+    view.badge.hidden = !shown;
+    view.node.classList.toggle('no-picture', !shown);
+    if (shown) {
+      const old = performance.now() - view.takenAt;
+      const fresh = old < LIVE_FRESH_MS && this.token && this.wanted();
+      view.badge.textContent = fresh ? 'live' : age(old);
+      view.badge.className = `live-badge ${fresh ? 'fresh' : 'stale'}`;
+      return;
+    }
+    view.note.textContent = view.reason ? `No picture: ${view.reason}`
+      : this.failure ? this.failure
+        : client.state !== 'ready' ? 'No picture: not connected'
+          : document.visibilityState !== 'visible' ? 'paused while the page is hidden'
+            : 'waiting for a picture…';
+  },
+  paintAll() { for (const view of this.views.values()) this.paint(view); },
+};
+document.addEventListener('visibilitychange', () => live.update());
+setInterval(() => live.paintAll(), 1000);
+window.livePictures = live;  // for the browser tests
+
 // --- Inputs ----------------------------------------------------------------------------
 
 const inputs = {
@@ -433,16 +591,21 @@ const inputs = {
     listNode.replaceChildren();
     this.items.clear();
     const channels = list(data);
+    live.prune((key) => key === 'program');
     for (const c of channels) {
       const sources = [c.video_source_name, c.audio_source_name, c.video_user_source_name,
         c.audio_user_source_name].filter(Boolean);
-      const thumb = element('div', { class: 'thumb' }, 'no snapshot yet');
+      // Inputs with a video source show their live picture; the others have none to show.
+      const thumb = c.video_source_id > 0
+        ? live.view(c.id, `/live/channels/${c.id}.jpg`, c.name)
+        : element('div', { class: 'thumb no-picture' }, 'no video');
       const item = element('li', { 'data-channel': c.id },
         thumb,
         element('div', {},
           element('div', { class: 'name' }, element('span', { class: 'state-dot', 'aria-hidden': 'true' }), c.name),
           element('div', { class: 'signal muted' }, 'signal not reported yet'),
-          element('div', { class: 'sources' }, sources.join(' · ') || 'no source')),
+          element('div', { class: 'sources' }, sources.join(' · ') || 'no source'),
+          element('div', { class: 'snapshot-line', hidden: true })),
         element('button', { type: 'button', 'aria-label': `Snapshot of ${c.name}`, onclick: () => this.snapshot(c) }, 'Snapshot'));
       this.items.set(c.id, { item, channel: c });
       listNode.append(item);
@@ -476,8 +639,11 @@ const inputs = {
         if (!before && !(await made())) continue;
         const now = await version();
         if (now && now !== before) {
-          const img = element('img', { class: 'thumb', src: `${url}?v=${encodeURIComponent(now)}`, alt: `Snapshot of ${channel.name}` });
-          $('.thumb', entry.item).replaceWith(img);
+          // The stored snapshot, beside the live picture: small, with the time it was made.
+          const img = element('img', { class: 'snapshot', src: `${url}?v=${encodeURIComponent(now)}`, alt: `Snapshot of ${channel.name}` });
+          const line = $('.snapshot-line', entry.item);
+          line.replaceChildren(img, element('span', { class: 'muted' }, `Snapshot ${timeOf(Date.now() / 1000, true)}`));
+          line.hidden = false;
           return;
         }
       }
@@ -932,6 +1098,9 @@ client.addEventListener('event', (e) => {
 });
 client.addEventListener('state', () => {
   if (client.hello) setZone(client.hello.timeZone);
+  // A new connection is a new watch: the old token went with the old connection.
+  if (client.state !== 'ready') live.token = '';
+  live.update();
   if (client.state === 'ready') {
     login.accepted();
     const why = everReady ? 'reconnect' : 'first';
@@ -959,4 +1128,5 @@ function loadAll(why) {
 
 setZone(null);
 availability();
+$('#program-view').replaceWith(live.view('program', '/live/program.jpg', 'the program', 'program-picture'));
 client.connect();

@@ -21,6 +21,7 @@ import tempfile
 import threading
 import time
 import unittest
+import urllib.request
 import zoneinfo
 
 from selenium import webdriver
@@ -68,7 +69,8 @@ def axe_script():
 class Appliance:
     """A sandbox root with its bus, engine and gateway; torn down by stop()."""
 
-    def __init__(self):
+    def __init__(self, engine="zolo-media-sim"):
+        self.engine = engine
         self.root = tempfile.mkdtemp(prefix="zolo-console-")
         self.processes = {}
         try:
@@ -118,10 +120,16 @@ class Appliance:
         self.processes[name] = subprocess.Popen(argv, env=dict(self.env(), **(env or {})), **kwargs)
 
     def start_engine(self):
-        self.start("engine", [self.binary("zolo-media-sim"), "--sandbox", self.root, "--database",
-                              os.path.join(self.root, "var/lib/zolo/media.db"),
-                              "--generate-recordings", str(RECORDINGS)],
-                   stdout=subprocess.DEVNULL)
+        database = os.path.join(self.root, "var/lib/zolo/media.db")
+        if self.engine == "zolo-media-sim":
+            options = ["--generate-recordings", str(RECORDINGS)]
+        else:  # the real engine's live pipeline, small and slow enough for a shared machine
+            options = ["--width", "320", "--height", "180", "--fps", "15"]
+            # It opens the media database at start: the library's first call makes it.
+            subprocess.run([self.binary("zmctl"), "--sandbox", self.root, "channel", "count"],
+                           env=self.env(), capture_output=True)
+        self.start("engine", [self.binary(self.engine), "--sandbox", self.root, "--database", database]
+                   + options, stdout=subprocess.DEVNULL)
         # zmctl's first call also creates the media database the gateway opens.
         zmctl = [self.binary("zmctl"), "--sandbox", self.root, "state"]
         self.wait_for(lambda: subprocess.run(zmctl, env=self.env(), capture_output=True).returncode == 0,
@@ -668,12 +676,101 @@ class ConsoleTest(unittest.TestCase):
         # (the second one is a new file at the same name), asking for no missing file.
         usb = '.inputs li[data-channel="6"]'
         for _ in range(2):
-            before = self.js(f"const i = document.querySelector('{usb} img'); return i ? i.src : ''")
+            before = self.js(f"const i = document.querySelector('{usb} img.snapshot'); return i ? i.src : ''")
             self.click(f"{usb} button")
-            self.until(lambda d: self.js(f"const i = document.querySelector('{usb} img');"
+            self.until(lambda d: self.js(f"const i = document.querySelector('{usb} img.snapshot');"
                                          "return i && i.complete && i.naturalWidth > 0 ? i.src : ''") not in ("", before),
                        seconds=8, message="the snapshot shown")
         self.assertEqual(self.text("#inputs > .error"), "")
+        self.check_console()
+
+    def live_state(self, driver=None):
+        """Each live view: key -> [picture shown (decoded, not empty), badge, note]."""
+        return self.js("""const out = {};
+            for (const v of document.querySelectorAll('[data-live]')) {
+              const img = v.querySelector('img');
+              out[v.dataset.live] = [!img.hidden && img.complete && img.naturalWidth > 0,
+                v.querySelector('.live-badge').hidden ? '' : v.querySelector('.live-badge').textContent,
+                v.querySelector('.live-note').hidden ? '' : v.querySelector('.live-note').textContent];
+            }
+            return out;""", driver=driver)
+
+    def colours(self, selector, driver=None):
+        """How many clearly different colours a shown picture has (a black box has one)."""
+        return self.js("""const img = document.querySelector(arguments[0]);
+            const c = document.createElement('canvas'); c.width = 64; c.height = 36;
+            const g = c.getContext('2d'); g.drawImage(img, 0, 0, 64, 36);
+            const d = g.getImageData(0, 0, 64, 36).data, seen = new Set();
+            for (let i = 0; i < d.length; i += 4) seen.add(`${d[i] >> 5},${d[i + 1] >> 5},${d[i + 2] >> 5}`);
+            return seen.size;""", selector, driver=driver)
+
+    def rounds(self, appliance=None):
+        """The gateway's count of live-picture rounds so far."""
+        port = (appliance or self.appliance).port
+        with urllib.request.urlopen(f"http://127.0.0.1:{port}/metrics", timeout=5) as response:
+            text = response.read().decode()
+        return int(re.search(r"^zolo_gateway_live_rounds_total (\d+)", text, re.M).group(1))
+
+    def check_live_pictures(self, driver=None, refused=()):
+        """Every input with a video source and the program show a live, colourful picture that
+        keeps changing; `refused` channels say plainly why they have none."""
+        driver = driver or self.driver
+        with_video = [str(c["id"]) for c in self.request("get_channel", {"id": 0}, driver=driver)["data"]["channels"]
+                      if c["video_source_id"] > 0]
+        self.assertTrue(with_video)
+        expected = [key for key in with_video if int(key) not in refused] + ["program"]
+        def all_live(d):
+            state = self.live_state(driver)
+            return all(state.get(key, [False])[0] and state[key][1] == "live" for key in expected)
+        self.until(all_live, seconds=20, driver=driver,
+                   message="live pictures everywhere; the views say: " + json.dumps(self.live_state(driver)))
+        for key in refused:
+            self.until(lambda d: self.live_state(driver)[str(key)][2] == "No picture: not available for this input",
+                       driver=driver, message=f"channel {key} says why it has no picture")
+        self.assertGreater(self.colours('[data-live="program"] img', driver), 4, "the program is a black box")
+        self.assertGreater(self.colours(f'[data-live="{expected[0]}"] img', driver), 4, "an input is a black box")
+        # Refreshed: the picture behind the program view changes by itself.
+        first = self.js("return document.querySelector('[data-live=\"program\"] img').src", driver=driver)
+        self.until(lambda d: self.js("return document.querySelector('[data-live=\"program\"] img').src", driver=driver)
+                   not in ("", first), seconds=5, driver=driver, message="the program picture refreshed")
+        # No broken image anywhere, and no stale picture called live.
+        broken = self.js("""return [...document.querySelectorAll('[data-live] img')].filter(i =>
+            !i.hidden && !(i.complete && i.naturalWidth > 0)).length""", driver=driver)
+        self.assertEqual(broken, 0)
+
+    def test_08b_live_pictures_on_inputs_and_program(self):
+        # The simulator takes every input up to the program channel; the library refuses
+        # inputs after it (-2), which the page says plainly.
+        channels = self.request("get_channel", {"id": 0})["data"]["channels"]
+        movie = next(c["id"] for c in channels if c["name"] == "Movie")
+        refused = [c["id"] for c in channels if c["video_source_id"] > 0 and c["id"] > movie]
+        self.check_live_pictures(refused=refused)
+        for c in channels:
+            if c["video_source_id"] <= 0:
+                self.assertEqual(self.text(f'.inputs li[data-channel="{c["id"]}"] .thumb'), "no video")
+        self.js("window.scrollTo(0, 0)")
+        self.shot("live-pictures-desk")
+        self.driver.find_element(By.ID, "inputs").screenshot(os.path.join(SHOTS, "live-inputs-desk.png"))
+        if refused:  # the inputs that say why they have no picture
+            self.js("document.querySelector(arguments[0]).scrollIntoView({block: 'center'})",
+                    f'.inputs li[data-channel="{refused[0]}"]')
+            self.driver.find_element(By.ID, "inputs").screenshot(os.path.join(SHOTS, "live-inputs-refused-desk.png"))
+        # Hidden: the page stops watching and the gateway stops taking pictures.
+        self.js("""Object.defineProperty(document, 'visibilityState', {value: 'hidden', configurable: true});
+            document.dispatchEvent(new Event('visibilitychange'));""")
+        time.sleep(1.5)
+        stopped = self.rounds()
+        time.sleep(1.5)
+        self.assertEqual(self.rounds(), stopped, "pictures taken while the page was hidden")
+        # A picture nobody refreshes shows its age, not "live".
+        self.until(lambda d: self.live_state()["program"][1].endswith("s old"), seconds=5,
+                   message="the program picture shows its age")
+        self.shot("live-pictures-hidden")
+        self.js("""delete document.visibilityState;
+            document.dispatchEvent(new Event('visibilitychange'));""")
+        self.until(lambda d: self.rounds() > stopped, seconds=5, message="pictures again once visible")
+        self.until(lambda d: self.live_state()["program"][1] == "live", seconds=5, message="live again")
+        self.check_axe("live pictures")
         self.check_console()
 
     def test_09_engine_and_gateway_failures_show_and_recover(self):
@@ -777,6 +874,28 @@ class ConsoleTest(unittest.TestCase):
         self.shoot_panels("phone", phone)
         self.check_axe("390 wide", phone)
         self.check_console(phone)
+
+    def test_12_live_pictures_from_the_gstreamer_engine(self):
+        engine = Appliance.binary(None, "zolo-media-engine")
+        if not os.path.exists(engine):
+            self.skipTest(f"the GStreamer engine is not built ({engine} is missing)")
+        appliance = Appliance(engine="zolo-media-engine")
+        try:
+            self.driver.get(f"http://127.0.0.1:{appliance.port}/")
+            self.until(lambda d: self.login_open(d), message="password prompt")
+            self.driver.find_element(By.ID, "login-password").send_keys(PASSWORD + "\n")
+            self.until(lambda d: self.loaded(d), seconds=30, message="first screen")
+            channels = self.request("get_channel", {"id": 0})["data"]["channels"]
+            movie = next(c["id"] for c in channels if c["name"] == "Movie")
+            refused = [c["id"] for c in channels if c["video_source_id"] > 0 and c["id"] > movie]
+            self.check_live_pictures(refused=refused)
+            self.js("window.scrollTo(0, 0)")
+            self.shot("live-pictures-gst-desk")
+            self.driver.find_element(By.ID, "inputs").screenshot(os.path.join(SHOTS, "live-inputs-gst-desk.png"))
+            self.check_console()
+        finally:
+            self.driver.get("about:blank")
+            appliance.stop()
 
 
 if __name__ == "__main__":

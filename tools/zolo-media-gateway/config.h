@@ -55,6 +55,11 @@ struct Config {
   // a lost engine (clients hear of a stall within about three seconds).
   int engine_probe_ms = 500;
   int engine_timeout_ms = 1500;
+  // Live pictures while a client watches: a round this often (skipped while the last one
+  // still runs), each picture this size.
+  int live_interval_ms = 500;
+  int live_width = 320;
+  int live_height = 180;
 };
 
 // Reads the [Gateway] and the path settings from the configuration file at `path`. The

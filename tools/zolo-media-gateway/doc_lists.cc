@@ -10,6 +10,7 @@
 #include <string>
 
 #include "events.h"
+#include "live.h"
 #include "protocol.h"
 #include "request_table.h"
 
@@ -38,6 +39,8 @@ std::string RequestList() {
   std::ostringstream out;
   out << "| request | parameters | description |\n|---|---|---|\n";
   out << "| `get_request_list` | | Every request with its parameters (answered by the gateway) |\n";
+  out << "| `" << zolo::gateway::kWatchLiveRequest << "` | `on`: boolean | "
+      << zolo::gateway::kWatchLiveDescription << " |\n";
   for (const auto& known : zolo::gateway::Requests()) {
     out << "| `" << known.name << "` |";
     const char* separator = " ";

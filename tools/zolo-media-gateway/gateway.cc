@@ -66,6 +66,14 @@ GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpo
   return source;
 }
 
+void PostToLoop(GMainContext* context, GSourceFunc function, gpointer data) {
+  GSource* source = g_idle_source_new();
+  g_source_set_priority(source, G_PRIORITY_DEFAULT);
+  g_source_set_callback(source, function, data, nullptr);
+  g_source_attach(source, context);
+  g_source_unref(source);
+}
+
 void CancelTimer(GSource** slot) {
   if (*slot == nullptr) return;
   g_source_destroy(*slot);
@@ -276,6 +284,11 @@ void Gateway::Forget(Session& session) {
   for (GSource** timer : {&session.identify_timer, &session.answer_timer, &session.coalesce_timer})
     CancelTimer(timer);
   session.outbound->Stop();
+  // A client that goes stops watching; the last one to go stops the pictures.
+  if (!session.live_token.empty()) {
+    session.live_token.clear();
+    UpdateLiveWatch();
+  }
   g_signal_handlers_disconnect_by_data(session.connection, &session);
   if (soup_websocket_connection_get_state(session.connection) == SOUP_WEBSOCKET_STATE_OPEN)
     soup_websocket_connection_close(session.connection, SOUP_WEBSOCKET_CLOSE_GOING_AWAY, nullptr);
@@ -368,6 +381,7 @@ void Gateway::HandleRequest(Session& session, JsonHolder message, const cJSON* d
   }
   if (*session.in_flight >= config_.max_in_flight)
     return Close(session, close_reason::kTooManyInFlight);
+  if (!batch && RequestType(d) == kWatchLiveRequest) return HandleWatchLive(session, d);
   ++*session.in_flight;
   auto* job = new Job{this,
                       session.id,
@@ -379,6 +393,44 @@ void Gateway::HandleRequest(Session& session, JsonHolder message, const cJSON* d
                       session.in_flight,
                       {}};
   g_thread_pool_push(workers_, job, nullptr);
+}
+
+void Gateway::HandleWatchLive(Session& session, const cJSON* d) {
+  // It changes this client's own state, so it is answered here, never on a worker.
+  gint64 arrived = g_get_monotonic_time();
+  const cJSON* args = cJSON_GetObjectItemCaseSensitive(d, "requestData");
+  const cJSON* on = cJSON_GetObjectItemCaseSensitive(args, "on");
+  int code = 0;
+  std::string comment = "success";
+  if (args != nullptr && !cJSON_IsObject(args) && !cJSON_IsNull(args)) {
+    code = kDataNotObject;
+    comment = "requestData must be an object";
+  } else if (on == nullptr || cJSON_IsNull(on)) {
+    code = kMissingArgument;
+    comment = "missing argument \"on\"";
+  } else if (!cJSON_IsBool(on)) {
+    code = kWrongType;
+    comment = "argument \"on\" must be boolean";
+  }
+  JsonHolder data;
+  if (code == 0) {
+    bool watch = cJSON_IsTrue(on);
+    if (watch && session.live_token.empty()) session.live_token = RandomBase64(24);
+    if (!watch) session.live_token.clear();
+    UpdateLiveWatch();
+    data.reset(cJSON_CreateObject());
+    cJSON_AddBoolToObject(data.get(), "on", watch);
+    if (watch) {
+      cJSON_AddStringToObject(data.get(), "token", session.live_token.c_str());
+      cJSON_AddNumberToObject(data.get(), "intervalMs", config_.live_interval_ms);
+      cJSON_AddNumberToObject(data.get(), "width", config_.live_width);
+      cJSON_AddNumberToObject(data.get(), "height", config_.live_height);
+    }
+  }
+  Send(session, Message(kRequestResponse, ResponseData(kWatchLiveRequest, RequestId(d), code,
+                                                       comment, std::move(data))));
+  metrics_.Request(kWatchLiveRequest, code,
+                   static_cast<double>(g_get_monotonic_time() - arrived) / G_USEC_PER_SEC);
 }
 
 void Gateway::Send(Session& session, const std::string& text) {

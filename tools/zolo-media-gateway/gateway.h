@@ -18,6 +18,7 @@
 #include "common/json_holder.h"
 #include "config.h"
 #include "events.h"
+#include "live.h"
 #include "metrics.h"
 #include "outbound.h"
 #include "protocol.h"
@@ -65,6 +66,8 @@ class Gateway {
   void FinishIdentify(Session& session);
   void HandleReidentify(Session& session, const cJSON* d);
   void HandleRequest(Session& session, JsonHolder message, const cJSON* d, bool batch);
+  // watch_live_pictures, answered on the loop.
+  void HandleWatchLive(Session& session, const cJSON* d);
   void Close(Session& session, const CloseReason& reason, const std::string& detail = "");
   void Forget(Session& session);
 
@@ -91,6 +94,12 @@ class Gateway {
   void Broadcast(const std::string& signal, JsonHolder data);
   void DispatchSignals();
 
+  // Live pictures (worker.cc): the tick runs while a client watches; a round runs on its
+  // own thread, one at a time.
+  void UpdateLiveWatch();
+  gboolean LiveTick();
+  static void RunLiveRound(gpointer round, gpointer self);
+
   // HTTP (http.cc).
   static void OnImage(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
                       gpointer self);
@@ -101,6 +110,8 @@ class Gateway {
                         gpointer self);
   static void OnStatic(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
                        gpointer self);
+  static void OnLive(SoupServer*, SoupServerMessage* msg, const char* path, GHashTable*,
+                     gpointer self);
   struct FileRequest;
   // Answers `msg` with the file `name` (still escaped) inside `folder`, or with a still of
   // bookmark `recording`'s folder; the file is found and read on a file thread. A missing
@@ -131,6 +142,10 @@ class Gateway {
   uint64_t next_session_ = 1;
   std::map<uint64_t, std::unique_ptr<Session>> sessions_;
   int files_pending_ = 0;  // files on their way back from a file thread
+  LiveStore live_;
+  GThreadPool* live_worker_ = nullptr;
+  GSource* live_tick_ = nullptr;
+  bool live_running_ = false;  // a round is on its way
   // Counted connections, referenced until they are found closed.
   std::vector<GSocket*> connections_;
 

@@ -15,6 +15,7 @@
 
 #include "common/log.h"
 #include "gateway.h"
+#include "session.h"
 
 namespace zolo::gateway {
 namespace {
@@ -70,6 +71,16 @@ std::string FormatLayoutName(unsigned id) {
   char name[32];
   std::snprintf(name, sizeof name, "layout_%03u.png", id);
   return name;
+}
+
+// Compares without stopping at the first difference, so that the time taken tells nothing
+// about how much of a token was right.
+// (Every token has the same length, so the length tells nothing.)
+bool SameToken(const std::string& a, const std::string& b) {
+  if (a.size() != b.size()) return false;
+  unsigned char differ = 0;
+  for (size_t i = 0; i < a.size(); ++i) differ |= static_cast<unsigned char>(a[i] ^ b[i]);
+  return differ == 0;
 }
 
 bool IsGet(SoupServerMessage* msg) {
@@ -139,14 +150,14 @@ void Gateway::RunFile(gpointer data, gpointer) {
   if (request->layout > 0 && request->etag.empty() && !request->outside &&
       request->gateway->library_ready() && zm_render_layout_preview(request->layout) == 0)
     ReadFile(request);
-  g_main_context_invoke_full(
-      request->gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      request->gateway->context_,
       [](gpointer done) -> gboolean {
         std::unique_ptr<FileRequest> answered(static_cast<FileRequest*>(done));
         answered->gateway->FinishFile(*answered);
         return G_SOURCE_REMOVE;
       },
-      request, nullptr);
+      request);
 }
 
 void Gateway::ReadFile(FileRequest* request) {
@@ -232,6 +243,55 @@ void Gateway::OnImage(SoupServer*, SoupServerMessage* msg, const char*, GHashTab
       layout = static_cast<int>(id);
   }
   gateway.ServeFile(msg, SysrootPath(base), name, -1, layout);
+}
+
+void Gateway::OnLive(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*, gpointer self) {
+  Gateway& gateway = *static_cast<Gateway*>(self);
+  if (!IsGet(msg)) return Answer(msg, SOUP_STATUS_METHOD_NOT_ALLOWED, "text/plain", "GET only\n");
+  // Only a client that watches gets pictures: the token its watch_live_pictures answer holds.
+  const char* header =
+      soup_message_headers_get_one(soup_server_message_get_request_headers(msg), "Authorization");
+  const std::string scheme = "Bearer ";
+  std::string token = header != nullptr && g_str_has_prefix(header, scheme.c_str())
+                          ? std::string(header + scheme.size())
+                          : "";
+  bool allowed = false;
+  for (auto& [id, session] : gateway.sessions_)
+    if (!session->closing && !session->live_token.empty() && !token.empty())
+      allowed = SameToken(token, session->live_token) || allowed;
+  SoupMessageHeaders* response = soup_server_message_get_response_headers(msg);
+  soup_message_headers_replace(response, "Cache-Control", "no-store");
+  if (!allowed) {
+    gateway.metrics_.Refused("live_unauthorized");
+    soup_message_headers_replace(response, "WWW-Authenticate", "Bearer realm=\"live pictures\"");
+    return Answer(msg, SOUP_STATUS_UNAUTHORIZED, "text/plain",
+                  "watch_live_pictures first: its token is needed\n");
+  }
+  int id = LivePictureId(g_uri_get_path(soup_server_message_get_uri(msg)));
+  LivePicture picture;
+  if (id < 0 || !gateway.live_.Find(id, &picture))
+    return Answer(msg, SOUP_STATUS_NOT_FOUND, "text/plain", "not found\n");
+  // Known, but no attempt gave a picture yet: no content, and the last attempt's code says
+  // why (0: none finished yet). Not an error status: a page polls this twice a second.
+  soup_message_headers_replace(response, "X-Live-Code", std::to_string(picture.code).c_str());
+  if (picture.jpeg == nullptr) {
+    soup_message_headers_replace(response, "X-Live-Reason",
+                                 picture.code < 0 ? zm_strerror(picture.code) : "not taken yet");
+    soup_server_message_set_status(msg, SOUP_STATUS_NO_CONTENT, nullptr);
+    return;
+  }
+  gint64 age = (g_get_monotonic_time() - picture.taken) / 1000;
+  soup_message_headers_replace(response, "X-Picture-Age-Ms", std::to_string(age).c_str());
+  soup_message_headers_replace(response, "X-Content-Type-Options", "nosniff");
+  soup_server_message_set_status(msg, SOUP_STATUS_OK, nullptr);
+  // The bytes stay shared with the store; the message keeps them alive while it writes.
+  auto* keep = new std::shared_ptr<const std::string>(picture.jpeg);
+  GBytes* bytes = g_bytes_new_with_free_func(
+      (*keep)->data(), (*keep)->size(),
+      [](gpointer held) { delete static_cast<std::shared_ptr<const std::string>*>(held); }, keep);
+  soup_message_headers_set_content_type(response, "image/jpeg", nullptr);
+  soup_message_body_append_bytes(soup_server_message_get_response_body(msg), bytes);
+  g_bytes_unref(bytes);
 }
 
 void Gateway::OnEarly(SoupServer*, SoupServerMessage* msg, const char*, GHashTable*,

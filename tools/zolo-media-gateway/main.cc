@@ -60,8 +60,9 @@ int main(int argc, char** argv) {
   g_option_context_set_summary(
       context,
       "Serves every media library call and every engine signal over one WebSocket\n"
-      "connection (/ws), and images (/images), health (/healthz), metrics (/metrics) and the\n"
-      "console page (/) over HTTP. Settings: the [Gateway] group of the configuration file.\n"
+      "connection (/ws), and images (/images), live pictures for watching clients (/live),\n"
+      "health (/healthz), metrics (/metrics) and the console page (/) over HTTP. Settings:\n"
+      "the [Gateway] group of the configuration file.\n"
       "The protocol is described in /usr/share/doc/zolo-media-gateway/gateway-protocol.md.");
   g_option_context_set_description(
       context,

@@ -49,7 +49,14 @@ std::string Metrics::Text() const {
       << "zolo_gateway_events_dropped_total " << events_dropped_ << "\n"
       << "# HELP zolo_gateway_engine_call_failures_total Engine state queries that failed.\n"
       << "# TYPE zolo_gateway_engine_call_failures_total counter\n"
-      << "zolo_gateway_engine_call_failures_total " << engine_call_failures_ << "\n";
+      << "zolo_gateway_engine_call_failures_total " << engine_call_failures_ << "\n"
+      << "# HELP zolo_gateway_live_rounds_total Rounds of live pictures started.\n"
+      << "# TYPE zolo_gateway_live_rounds_total counter\n"
+      << "zolo_gateway_live_rounds_total " << live_rounds_ << "\n"
+      << "# HELP zolo_gateway_live_rounds_skipped_total Rounds of live pictures skipped because "
+         "the last one was still running.\n"
+      << "# TYPE zolo_gateway_live_rounds_skipped_total counter\n"
+      << "zolo_gateway_live_rounds_skipped_total " << live_rounds_skipped_ << "\n";
   out << "# HELP zolo_gateway_refusals_total Connections, messages and files refused, by "
          "reason.\n"
       << "# TYPE zolo_gateway_refusals_total counter\n";

@@ -20,6 +20,8 @@ class Metrics {
   void EventSent() { ++events_sent_; }
   void EventDropped() { ++events_dropped_; }
   void EngineCallFailed() { ++engine_call_failures_; }
+  void LiveRound() { ++live_rounds_; }
+  void LiveRoundSkipped() { ++live_rounds_skipped_; }
   void Refused(const std::string& reason) {
     std::lock_guard<std::mutex> lock(mutex_);
     ++refusals_[reason];
@@ -42,6 +44,8 @@ class Metrics {
   std::atomic<uint64_t> events_sent_{0};
   std::atomic<uint64_t> events_dropped_{0};
   std::atomic<uint64_t> engine_call_failures_{0};
+  std::atomic<uint64_t> live_rounds_{0};
+  std::atomic<uint64_t> live_rounds_skipped_{0};
   std::map<std::string, uint64_t> refusals_;
 };
 

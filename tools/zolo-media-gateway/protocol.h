@@ -62,6 +62,7 @@ enum RequestError {
   kNoRequestType = -106,
   kAnswerTooLarge = -107,
   kNotReady = -108,
+  kNotInBatch = -109,
 };
 
 struct Decoded {

@@ -20,6 +20,8 @@ struct Gateway::Session {
   JsonHolder pending_identify;
   Subscriptions subscriptions;
   Coalescer coalescer;
+  // Set while the client watches live pictures: what it shows to fetch them over HTTP.
+  std::string live_token;
   // Requests the workers have not answered yet; they count down themselves.
   std::shared_ptr<std::atomic<int>> in_flight = std::make_shared<std::atomic<int>>(0);
   GSource* identify_timer = nullptr;
@@ -32,6 +34,11 @@ struct Gateway::Session {
 GSource* StartTimer(GMainContext* context, guint ms, void (*fire)(gpointer), gpointer data);
 // Stops the timer in `*slot` (if any) and clears the slot.
 void CancelTimer(GSource** slot);
+// Runs `function(data)` once on the thread that iterates `context`, from any thread. Never
+// inline, unlike g_main_context_invoke: a caller holding a lock the function takes (the
+// signal thread) or a context nobody owns for a moment (before the loop runs, during Stop)
+// must not run loop code on the calling thread.
+void PostToLoop(GMainContext* context, GSourceFunc function, gpointer data);
 
 struct Gateway::Job {
   Gateway* gateway;

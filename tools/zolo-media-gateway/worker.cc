@@ -68,6 +68,7 @@ JsonHolder RequestListData() {
     cJSON_AddItemToArray(list, entry);
   };
   add(kListRequest, "Every request with its parameters (answered by the gateway)", {});
+  add(kWatchLiveRequest, kWatchLiveDescription, {{"on", ParamType::kBoolean}});
   for (const RequestSpec& known : Requests()) add(known.name, known.description, known.params);
   return data;
 }
@@ -88,6 +89,13 @@ JsonHolder Gateway::RunOne(const cJSON* request, bool library_ready, int* code,
     *metric_name = type;
     *code = 0;
     return ResponseData(type, id, 0, "success", RequestListData());
+  }
+  if (type == kWatchLiveRequest) {
+    // A single request reaches HandleWatchLive on the loop; a batch's runs here.
+    *metric_name = type;
+    *code = kNotInBatch;
+    return ResponseData(type, id, kNotInBatch,
+                        "watch_live_pictures must be sent alone, not in a batch", nullptr);
   }
   const RequestSpec* known = nullptr;
   std::string comment;
@@ -182,8 +190,8 @@ void Gateway::RunJob(gpointer data, gpointer) {
     if (result != kNotRun) gateway.metrics_.Request(metric, result, seconds);
   --*job->in_flight;
   if (added != Outbound::Added::kFull) return;
-  g_main_context_invoke_full(
-      gateway.context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      gateway.context_,
       [](gpointer full) -> gboolean {
         std::unique_ptr<Job> refused(static_cast<Job*>(full));
         Gateway& owner = *refused->gateway;
@@ -191,7 +199,7 @@ void Gateway::RunJob(gpointer data, gpointer) {
         if (it != owner.sessions_.end()) owner.Close(*it->second, close_reason::kSlowConsumer);
         return G_SOURCE_REMOVE;
       },
-      done.release(), nullptr);
+      done.release());
 }
 
 void Gateway::RunProbe(gpointer data, gpointer) {
@@ -205,8 +213,8 @@ void Gateway::RunProbe(gpointer data, gpointer) {
   }
   result->engine_ok = gateway.library_ready_.load() && zm_get_state(nullptr) >= 0;
   result->database_ok = DatabaseReadable(SysrootPath(result->gateway->config_.database));
-  g_main_context_invoke_full(
-      result->gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      result->gateway->context_,
       [](gpointer done) -> gboolean {
         std::unique_ptr<ProbeResult> probe(static_cast<ProbeResult*>(done));
         Gateway& owner = *probe->gateway;
@@ -217,7 +225,7 @@ void Gateway::RunProbe(gpointer data, gpointer) {
                                                              : "the media engine does not answer");
         return G_SOURCE_REMOVE;
       },
-      result, nullptr);
+      result);
 }
 
 gboolean Gateway::Probe() {
@@ -277,6 +285,50 @@ void Gateway::Broadcast(const std::string& signal, JsonHolder data) {
   for (Session* session : targets) SendEvent(*session, frame, false, true);
 }
 
+void Gateway::UpdateLiveWatch() {
+  bool watched = false;
+  for (auto& [id, session] : sessions_) watched = watched || !session->live_token.empty();
+  if (watched && live_tick_ == nullptr && live_worker_ != nullptr) {
+    ZLOG(2, "live pictures: a client watches");
+    live_tick_ = g_timeout_source_new(static_cast<guint>(std::max(config_.live_interval_ms, 50)));
+    g_source_set_callback(
+        live_tick_, [](gpointer self) { return static_cast<Gateway*>(self)->LiveTick(); }, this,
+        nullptr);
+    g_source_attach(live_tick_, context_);
+    LiveTick();  // the first pictures now, not one interval later
+  } else if (!watched && live_tick_ != nullptr) {
+    ZLOG(2, "live pictures: nobody watches any more");
+    CancelTimer(&live_tick_);
+    live_.Clear();
+  }
+}
+
+gboolean Gateway::LiveTick() {
+  // Bounded: one round at a time; a tick that finds the last one running is skipped. Nothing
+  // is asked of an engine that does not answer: the pictures' age tells the clients.
+  if (live_running_) {
+    metrics_.LiveRoundSkipped();
+    return G_SOURCE_CONTINUE;
+  }
+  if (!library_ready() || !engine_up_) return G_SOURCE_CONTINUE;
+  live_running_ = true;
+  metrics_.LiveRound();
+  g_thread_pool_push(live_worker_, this, nullptr);
+  return G_SOURCE_CONTINUE;
+}
+
+void Gateway::RunLiveRound(gpointer data, gpointer) {
+  auto* gateway = static_cast<Gateway*>(data);
+  TakeLivePictures(gateway->live_, gateway->config_.live_width, gateway->config_.live_height);
+  PostToLoop(
+      gateway->context_,
+      [](gpointer self) -> gboolean {
+        static_cast<Gateway*>(self)->live_running_ = false;
+        return G_SOURCE_REMOVE;
+      },
+      gateway);
+}
+
 void Gateway::OnSignal(const char* name, void* data, void*) {
   if (name == nullptr) return;
   JsonHolder record = json::SignalToJson(name, data);
@@ -292,13 +344,13 @@ void Gateway::OnSignal(const char* name, void* data, void*) {
   gateway->signals_.emplace_back(name, std::move(record));
   if (gateway->signals_wake_) return;
   gateway->signals_wake_ = true;
-  g_main_context_invoke_full(
-      gateway->context_, G_PRIORITY_DEFAULT,
+  PostToLoop(
+      gateway->context_,
       [](gpointer self) -> gboolean {
         static_cast<Gateway*>(self)->DispatchSignals();
         return G_SOURCE_REMOVE;
       },
-      gateway, nullptr);
+      gateway);
 }
 
 void Gateway::DispatchSignals() {
@@ -364,9 +416,10 @@ bool Gateway::Start(std::string* error) {
   soup_server_add_handler(server_, "/ws", OnUpgrade, this, nullptr);
   // Early handlers run only beside a normal handler of the same path: one for each.
   for (const char* path :
-       {"/ws", "/images", "/healthz", "/metrics", static_cast<const char*>(nullptr)})
+       {"/ws", "/images", "/live", "/healthz", "/metrics", static_cast<const char*>(nullptr)})
     soup_server_add_early_handler(server_, path, OnEarly, this, nullptr);
   soup_server_add_handler(server_, "/images", OnImage, this, nullptr);
+  soup_server_add_handler(server_, "/live", OnLive, this, nullptr);
   soup_server_add_handler(server_, "/healthz", OnHealth, this, nullptr);
   soup_server_add_handler(server_, "/metrics", OnMetrics, this, nullptr);
   soup_server_add_handler(server_, nullptr, OnStatic, this, nullptr);
@@ -408,6 +461,7 @@ bool Gateway::Start(std::string* error) {
   workers_ = g_thread_pool_new(RunJob, this, config_.worker_threads, FALSE, nullptr);
   prober_ = g_thread_pool_new(RunProbe, this, 1, FALSE, nullptr);
   files_ = g_thread_pool_new(RunFile, this, kFileThreads, FALSE, nullptr);
+  live_worker_ = g_thread_pool_new(RunLiveRound, this, 1, FALSE, nullptr);
   // The watch looks twice per probe interval, so a stall is noticed soon after its timeout.
   GSource* probe =
       g_timeout_source_new(static_cast<guint>(std::max(config_.engine_probe_ms / 2, 10)));
@@ -444,11 +498,13 @@ void Gateway::Stop() {
   std::vector<Session*> open;
   for (auto& [id, session] : sessions_) open.push_back(session.get());
   for (Session* session : open) Forget(*session);
+  CancelTimer(&live_tick_);  // the last watcher's going stopped it already
   // Running library calls finish; their results find no client and are dropped.
   if (workers_ != nullptr) g_thread_pool_free(workers_, FALSE, TRUE);
   if (prober_ != nullptr) g_thread_pool_free(prober_, FALSE, TRUE);
   if (files_ != nullptr) g_thread_pool_free(files_, FALSE, TRUE);
-  workers_ = prober_ = files_ = nullptr;
+  if (live_worker_ != nullptr) g_thread_pool_free(live_worker_, FALSE, TRUE);
+  workers_ = prober_ = files_ = live_worker_ = nullptr;
   while (files_pending_ > 0) g_main_context_iteration(context_, TRUE);
   while (g_main_context_iteration(context_, FALSE)) {
   }
