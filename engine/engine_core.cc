@@ -394,6 +394,10 @@ std::vector<ChannelChange> MediaBackend::TakeChannelChanges() {
   return {};
 }
 
+int MediaBackend::InputSignal(int) {
+  return -1;
+}
+
 void MediaSimulator::set_media(std::shared_ptr<MediaBackend> media) {
   if (media != nullptr) impl_->media = std::move(media);
 }

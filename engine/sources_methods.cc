@@ -186,14 +186,17 @@ void RegisterSourceMethods(MediaSimulator& sim) {
     std::unique_ptr<Channel> channel = FindChannel(engine, id);
     if (channel == nullptr) return Reply(kNotFound);
     const InputState& state = inputs->channels[id];
+    // A connected input has a signal unless the media know it shows no picture of its own.
+    bool signal = state.connected && engine.media().InputSignal(id) != 0;
     // Whoever asks about an input also hears whether it has a signal, as after a change.
-    AnnounceStatus(engine, *channel, state.connected);
+    AnnounceStatus(engine, *channel, signal);
     cJSON* reply = cJSON_CreateObject();
     cJSON_AddNumberToObject(reply, "auto_adjust", state.auto_adjust);
     cJSON_AddNumberToObject(reply, "phase", state.phase);
     cJSON_AddNumberToObject(reply, "position", state.position);
     // The rest of the live input state, for whoever looks at the engine directly.
     cJSON_AddNumberToObject(reply, "connected", state.connected ? 1 : 0);
+    cJSON_AddNumberToObject(reply, "signal", signal ? 1 : 0);
     cJSON_AddNumberToObject(reply, "rotate", state.rotate);
     cJSON_AddNumberToObject(reply, "audio_delay", state.audio_delay);
     return Reply(0, reply);

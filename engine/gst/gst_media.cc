@@ -251,6 +251,11 @@ gint64 GstMedia::program_layout_shown_us() const {
   return mixer == mixers_.end() ? 0 : mixer->second->layout_shown_us();
 }
 
+int GstMedia::InputSignal(int channel) {
+  auto input = inputs_.find(channel);
+  return input == inputs_.end() ? -1 : input->second->has_signal() ? 1 : 0;
+}
+
 bool GstMedia::HasSignal(int channel) const {
   auto input = inputs_.find(channel);
   return input != inputs_.end() && input->second->has_signal();

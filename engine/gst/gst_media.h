@@ -65,6 +65,7 @@ class GstMedia : public sim::MediaBackend {
   void ShowLayout(int mixer, const std::string& content) override;
   int ConnectChannel(int channel, bool connect, const std::string& uri) override;
   std::vector<sim::ChannelChange> TakeChannelChanges() override;
+  int InputSignal(int channel) override;
   void SetVolume(const std::string& port, int volume) override { audio_.SetVolume(port, volume); }
   void SetMute(const std::string& port, bool mute) override { audio_.SetMute(port, mute); }
   bool MeasuredLevel(const std::string& port, AudioLevel* level) override {

@@ -57,6 +57,9 @@ class MediaBackend {
   virtual int ConnectChannel(int channel, bool connect, const std::string& uri);
   // The inputs' picture changes since the last call, oldest first (the simulator has none).
   virtual std::vector<ChannelChange> TakeChannelChanges();
+  // 1 while channel `channel`'s input shows its source, 0 while it shows no picture of its
+  // own, -1 when this media cannot tell (the simulator).
+  virtual int InputSignal(int channel);
 
   // Audio ports go by their stream names; the program mix by this one.
   static constexpr const char* kProgramMix = "Audio-Mix";
