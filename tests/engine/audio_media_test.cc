@@ -65,7 +65,7 @@ class AudioMediaTest : public zolo::test::EngineTest {
     media_ = std::make_shared<GstMedia>(options);
     std::string error;
     ASSERT_TRUE(media_->Start({{1, 1, "HDMI1", ""}}, {1}, &error)) << error;
-    ASSERT_TRUE(media_->WaitUntilLive(20000)) << "the inputs never played";
+    ASSERT_TRUE(media_->WaitUntilLive(60000)) << "the inputs never played";
     sim_.set_media(media_);
     sim_.set_level_interval_ms(kLevelMs);
     {

@@ -160,7 +160,8 @@ class MediaTest : public zolo::test::EngineTest {
   }
   void StartThreeInputs() {
     StartMedia({{1, 1, "HDMI1", ""}, {2, 2, "HDMI2", ""}, {3, 3, "HDMI3", ""}});
-    ASSERT_TRUE(media_->WaitUntilLive(20000)) << "the inputs never delivered a frame";
+    // The first pipeline of a process loads every plugin: slow under the sanitizers.
+    ASSERT_TRUE(media_->WaitUntilLive(60000)) << "the inputs never delivered a frame";
   }
   void TearDown() override {
     sim_.Stop();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <zolo/media.h>
 
+#include <chrono>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -207,7 +208,11 @@ TEST_F(LivePicturesTest, TakenOnlyWhileWatchedAndServedFromTheRound) {
   }
   EXPECT_GE(served, 3u);
   // Pictures live in memory: the engine's folder keeps none, and no picture wrote a row.
-  EXPECT_TRUE(std::filesystem::is_empty(sandbox_->Path("/var/lib/zolo/media/images/live")));
+  // (A round may be between writing a file and reading it back: give it a moment.)
+  const std::string live_folder = sandbox_->Path("/var/lib/zolo/media/images/live");
+  for (int i = 0; i < 100 && !std::filesystem::is_empty(live_folder); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_TRUE(std::filesystem::is_empty(live_folder));
   EXPECT_EQ(Changes(), std::vector<std::string>{});
   EXPECT_GE(Metric("zolo_gateway_live_rounds_total"), 3);
 

@@ -77,7 +77,12 @@ void LiveStore::Record(uint64_t generation, int id, int code,
 bool LiveStore::Find(int id, LivePicture* out) const {
   std::lock_guard<std::mutex> lock(mutex_);
   auto it = pictures_.find(id);
-  if (it == pictures_.end()) return false;
+  if (it == pictures_.end()) {
+    // The program is always known, also before the first round has taken it.
+    if (id != kProgramPicture) return false;
+    *out = LivePicture{};
+    return true;
+  }
   *out = it->second;
   return true;
 }

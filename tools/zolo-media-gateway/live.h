@@ -48,7 +48,7 @@ class LiveStore {
   // picture when `jpeg` is set, else only the failure `code`.
   void Record(uint64_t generation, int id, int code, std::shared_ptr<const std::string> jpeg,
               gint64 now);
-  // The slot of `id`; false when the id is not known.
+  // The slot of `id` (the program's is always there); false when the id is not known.
   bool Find(int id, LivePicture* out) const;
 
  private:
