@@ -81,10 +81,10 @@ int main(int argc, char** argv) {
       CpuOfLaunch(LaunchText(options.width, options.height, options.fps, inputs), seconds);
 
   zolo::engine::GstMedia media(options);
-  std::vector<zolo::engine::InputSpec> specs;
-  for (int i = 1; i <= inputs; ++i) specs.push_back({i, i, "Capture" + std::to_string(i), ""});
+  std::vector<zolo::engine::InputSetup> setups;
+  for (int i = 1; i <= inputs; ++i) setups.push_back({i, i, "Capture" + std::to_string(i), ""});
   std::string error;
-  if (!media.Start(specs, {1}, &error) || !media.WaitUntilLive(20000)) {
+  if (!media.Start(setups, {1}, &error) || !media.WaitUntilLive(20000)) {
     std::fprintf(stderr, "engine_bench: the engine does not run: %s\n", error.c_str());
     return 1;
   }

@@ -86,6 +86,16 @@ GstCaps* GstMedia::RawCaps() const {
                              GST_TYPE_FRACTION, 1, 1, nullptr);
 }
 
+GstElement* GstMedia::AddElement(GstElement* bin, const char* factory, std::string* error) {
+  GstElement* element = gst_element_factory_make(factory, nullptr);
+  if (element == nullptr) {
+    *error = std::string("missing GStreamer element ") + factory;
+    return nullptr;
+  }
+  gst_bin_add(GST_BIN(bin), element);
+  return element;
+}
+
 void GstMedia::Later(int ms, std::function<void()> work) {
   GSource* source = ms > 0 ? g_timeout_source_new(static_cast<guint>(ms)) : g_idle_source_new();
   g_source_set_callback(source, RunWork, new Work{std::move(work)}, FreeWork);
@@ -110,7 +120,7 @@ std::vector<sim::ChannelChange> GstMedia::TakeChannelChanges() {
   return std::move(changes_);
 }
 
-bool GstMedia::Start(const std::vector<InputSpec>& inputs, const std::vector<int>& mixers,
+bool GstMedia::Start(const std::vector<InputSetup>& inputs, const std::vector<int>& mixers,
                      std::string* error) {
   if (mixers.empty()) {
     *error = "no video mixer to build";
@@ -131,12 +141,12 @@ bool GstMedia::Start(const std::vector<InputSpec>& inputs, const std::vector<int
     if (!mixer->Build(error)) return false;
     mixers_[id] = std::move(mixer);
   }
-  for (const InputSpec& spec : inputs) {
-    auto input = std::make_unique<ChannelInput>(*this, spec);
+  for (const InputSetup& setup : inputs) {
+    auto input = std::make_unique<ChannelInput>(*this, setup);
     if (!input->Build(error)) return false;
     for (auto& [id, mixer] : mixers_)
-      if (!mixer->AddInput(spec.channel, spec.source, input->tee(), error)) return false;
-    inputs_[spec.channel] = std::move(input);
+      if (!mixer->AddInput(setup.channel, setup.source, input->tee(), error)) return false;
+    inputs_[setup.channel] = std::move(input);
   }
   if (!audio_.Build(pipeline_, error)) return false;
   // One clock and one base time, given to every element before it plays: a mixer that gets

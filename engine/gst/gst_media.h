@@ -38,7 +38,7 @@ struct GstMediaOptions {
 
 // One channel's input: `uri` is the source's URL ("capture://…", "v4l2:///dev/videoN",
 // "rtsp://…", "srt://…", "rtmp://…", "http(s)://…", "file://…"); "" is a test pattern.
-struct InputSpec {
+struct InputSetup {
   int channel = 0;
   int source = 0;    // the video source id that layouts name
   std::string name;  // drawn on the test pattern and the slate
@@ -57,7 +57,7 @@ class GstMedia : public sim::MediaBackend {
 
   // Builds the pipeline with `inputs` and a compositor for each of `mixers` (mixer ids; the
   // first is the program) and plays it. False with `error` set when it cannot.
-  bool Start(const std::vector<InputSpec>& inputs, const std::vector<int>& mixers,
+  bool Start(const std::vector<InputSetup>& inputs, const std::vector<int>& mixers,
              std::string* error);
   void Stop();
 
@@ -89,6 +89,8 @@ class GstMedia : public sim::MediaBackend {
   const GstMediaOptions& options() const { return options_; }
   GstElement* pipeline() const { return pipeline_; }
   GstCaps* RawCaps() const;  // the one video format of the pipeline (caller unrefs)
+  // A new `factory` element added to `bin`; null with `error` set when GStreamer lacks it.
+  static GstElement* AddElement(GstElement* bin, const char* factory, std::string* error);
   // Runs `work` on the control thread after `ms` milliseconds (0: soon).
   void Later(int ms, std::function<void()> work);
   // Calls `tick` on the control thread every `ms` milliseconds until it returns FALSE or the

@@ -74,7 +74,7 @@ int main(int argc, char** argv) {
   }
   // An input for every channel with a video source (its user source when it has one), and
   // a compositor for every video mixer, the main one first.
-  std::vector<zolo::engine::InputSpec> inputs;
+  std::vector<zolo::engine::InputSetup> inputs;
   std::vector<Channel*> channels;
   Channel::QueryAll(&channels);
   for (Channel* channel : channels) {

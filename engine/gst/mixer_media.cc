@@ -8,16 +8,6 @@
 namespace zolo::engine {
 namespace {
 
-GstElement* Add(GstElement* bin, const char* factory, std::string* error) {
-  GstElement* element = gst_element_factory_make(factory, nullptr);
-  if (element == nullptr) {
-    *error = std::string("missing GStreamer element ") + factory;
-    return nullptr;
-  }
-  gst_bin_add(GST_BIN(bin), element);
-  return element;
-}
-
 int Round(double value) {
   return static_cast<int>(std::lround(value));
 }
@@ -32,10 +22,10 @@ VideoMixer::~VideoMixer() {
 
 bool VideoMixer::Build(std::string* error) {
   GstElement* pipeline = media_.pipeline();
-  compositor_ = Add(pipeline, "compositor", error);
-  GstElement* caps = Add(pipeline, "capsfilter", error);
-  GstElement* queue = Add(pipeline, "queue", error);
-  last_ = Add(pipeline, "fakesink", error);
+  compositor_ = GstMedia::AddElement(pipeline, "compositor", error);
+  GstElement* caps = GstMedia::AddElement(pipeline, "capsfilter", error);
+  GstElement* queue = GstMedia::AddElement(pipeline, "queue", error);
+  last_ = GstMedia::AddElement(pipeline, "fakesink", error);
   if (!compositor_ || !caps || !queue || !last_) return false;
   // The mixer keeps time on its own: a late or missing input never holds a frame back.
   g_object_set(compositor_, "ignore-inactive-pads", TRUE, nullptr);
@@ -62,8 +52,8 @@ bool VideoMixer::Build(std::string* error) {
 
 bool VideoMixer::AddInput(int channel, int source, GstElement* tee, std::string* error) {
   GstElement* pipeline = media_.pipeline();
-  GstElement* queue = Add(pipeline, "queue", error);
-  GstElement* crop = Add(pipeline, "videocrop", error);
+  GstElement* queue = GstMedia::AddElement(pipeline, "queue", error);
+  GstElement* crop = GstMedia::AddElement(pipeline, "videocrop", error);
   if (queue == nullptr || crop == nullptr) return false;
   g_object_set(queue, "leaky", 2, "max-size-buffers", 2u, "max-size-bytes", 0u, "max-size-time",
                guint64{0}, nullptr);

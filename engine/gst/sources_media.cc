@@ -34,16 +34,6 @@ bool StartsWith(const std::string& text, const char* prefix) {
   return text.compare(0, std::strlen(prefix), prefix) == 0;
 }
 
-GstElement* Add(GstElement* bin, const char* factory, std::string* error) {
-  GstElement* element = gst_element_factory_make(factory, nullptr);
-  if (element == nullptr) {
-    *error = std::string("missing GStreamer element ") + factory;
-    return nullptr;
-  }
-  gst_bin_add(GST_BIN(bin), element);
-  return element;
-}
-
 // A file source must stay inside the media folders, whatever its dots and links say.
 bool AllowedFile(const std::string& uri, std::string* path) {
   char* resolved = realpath(zolo::SysrootPath(uri.substr(7)).c_str(), nullptr);
@@ -60,7 +50,8 @@ bool AllowedFile(const std::string& uri, std::string* path) {
 
 }  // namespace
 
-ChannelInput::ChannelInput(GstMedia& media, const InputSpec& spec) : media_(media), spec_(spec) {
+ChannelInput::ChannelInput(GstMedia& media, const InputSetup& setup)
+    : media_(media), setup_(setup) {
   gst_segment_init(&segment_, GST_FORMAT_TIME);
   retry_ms_ = media_.options().retry_first_ms;
 }
@@ -85,13 +76,13 @@ bool ChannelInput::Build(std::string* error) {
   GstElement* pipeline = media_.pipeline();
   const GstMediaOptions& o = media_.options();
   // The slate: a live "no signal" picture with the channel's name.
-  GstElement* slate = slate_ = Add(pipeline, "videotestsrc", error);
-  GstElement* slate_caps = Add(pipeline, "capsfilter", error);
-  GstElement* text = Add(pipeline, "textoverlay", error);
-  selector_ = Add(pipeline, "input-selector", error);
-  tee_ = Add(pipeline, "tee", error);
-  GstElement* to_last = Add(pipeline, "queue", error);
-  last_ = Add(pipeline, "fakesink", error);
+  GstElement* slate = slate_ = GstMedia::AddElement(pipeline, "videotestsrc", error);
+  GstElement* slate_caps = GstMedia::AddElement(pipeline, "capsfilter", error);
+  GstElement* text = GstMedia::AddElement(pipeline, "textoverlay", error);
+  selector_ = GstMedia::AddElement(pipeline, "input-selector", error);
+  tee_ = GstMedia::AddElement(pipeline, "tee", error);
+  GstElement* to_last = GstMedia::AddElement(pipeline, "queue", error);
+  last_ = GstMedia::AddElement(pipeline, "fakesink", error);
   if (!slate || !slate_caps || !text || !selector_ || !tee_ || !to_last || !last_) return false;
   g_object_set(slate, "is-live", TRUE, nullptr);
   gst_util_set_object_arg(G_OBJECT(slate), "pattern", "solid-color");
@@ -102,7 +93,7 @@ bool ChannelInput::Build(std::string* error) {
                           1, 1, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr);
   g_object_set(slate_caps, "caps", slow, nullptr);
   gst_caps_unref(slow);
-  std::string words = "no signal\n" + spec_.name;
+  std::string words = "no signal\n" + setup_.name;
   g_object_set(text, "text", words.c_str(), "font-desc", "Sans 20", nullptr);
   gst_util_set_object_arg(G_OBJECT(text), "valignment", "center");
   gst_util_set_object_arg(G_OBJECT(text), "halignment", "center");
@@ -117,7 +108,7 @@ bool ChannelInput::Build(std::string* error) {
   g_object_set(last_, "sync", FALSE, "async", FALSE, "enable-last-sample", TRUE, nullptr);
   if (!gst_element_link_many(slate, slate_caps, text, nullptr) ||
       !gst_element_link_many(selector_, tee_, to_last, last_, nullptr)) {
-    *error = "cannot link the slate of channel " + std::to_string(spec_.channel);
+    *error = "cannot link the slate of channel " + std::to_string(setup_.channel);
     return false;
   }
   slate_pad_ = gst_element_request_pad_simple(selector_, "sink_%u");
@@ -127,7 +118,7 @@ bool ChannelInput::Build(std::string* error) {
   bool linked = gst_pad_link(slate_src, slate_pad_) == GST_PAD_LINK_OK;
   gst_object_unref(slate_src);
   if (!linked) {
-    *error = "cannot link the slate of channel " + std::to_string(spec_.channel);
+    *error = "cannot link the slate of channel " + std::to_string(setup_.channel);
     return false;
   }
   g_object_set(selector_, "active-pad", slate_pad_, nullptr);
@@ -140,7 +131,7 @@ bool ChannelInput::Build(std::string* error) {
 }
 
 ChannelInput::Kind ChannelInput::KindOf(std::string* uri) const {
-  const std::string& u = spec_.uri;
+  const std::string& u = setup_.uri;
   *uri = u;
   if (u.empty()) return Kind::kPattern;
   // A capture port is its V4L2 device when this host has it; otherwise a test pattern.
@@ -160,13 +151,13 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   std::string uri;
   Kind kind = KindOf(&uri);
   if (kind == Kind::kUnsupported) {
-    *error = "unsupported source " + spec_.uri;
+    *error = "unsupported source " + setup_.uri;
     return nullptr;
   }
   std::string file;
   if (StartsWith(uri, "file://")) {
     if (!AllowedFile(uri, &file)) {
-      *error = "refused source " + spec_.uri + ": not a file of the media folders";
+      *error = "refused source " + setup_.uri + ": not a file of the media folders";
       return nullptr;
     }
     gchar* real_uri = gst_filename_to_uri(file.c_str(), nullptr);
@@ -180,12 +171,12 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   g_object_set(bin, "async-handling", TRUE, nullptr);
   // The normalising chain: re-timing, format, size, rate, then a queue of two frames that
   // drops the oldest, so this source can never hold up anything after it.
-  GstElement* retime = Add(bin, "identity", error);
-  GstElement* convert = Add(bin, "videoconvert", error);
-  GstElement* scale = Add(bin, "videoscale", error);
-  GstElement* rate = Add(bin, "videorate", error);
-  GstElement* caps = Add(bin, "capsfilter", error);
-  GstElement* queue = Add(bin, "queue", error);
+  GstElement* retime = GstMedia::AddElement(bin, "identity", error);
+  GstElement* convert = GstMedia::AddElement(bin, "videoconvert", error);
+  GstElement* scale = GstMedia::AddElement(bin, "videoscale", error);
+  GstElement* rate = GstMedia::AddElement(bin, "videorate", error);
+  GstElement* caps = GstMedia::AddElement(bin, "capsfilter", error);
+  GstElement* queue = GstMedia::AddElement(bin, "queue", error);
   if (!retime || !convert || !scale || !rate || !caps || !queue) {
     gst_object_unref(bin);
     return nullptr;
@@ -198,15 +189,15 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   gst_element_link_many(retime, convert, scale, rate, caps, queue, nullptr);
   live_ = true;
   if (kind == Kind::kPattern) {
-    GstElement* pattern = Add(bin, "videotestsrc", error);
-    GstElement* size = Add(bin, "capsfilter", error);
-    GstElement* label = Add(bin, "textoverlay", error);
+    GstElement* pattern = GstMedia::AddElement(bin, "videotestsrc", error);
+    GstElement* size = GstMedia::AddElement(bin, "capsfilter", error);
+    GstElement* label = GstMedia::AddElement(bin, "textoverlay", error);
     if (!pattern || !size || !label) {
       gst_object_unref(bin);
       return nullptr;
     }
     g_object_set(pattern, "is-live", TRUE, nullptr);
-    unsigned colour = GstMedia::TestColour(spec_.channel);
+    unsigned colour = GstMedia::TestColour(setup_.channel);
     if (o.test_colours) {
       gst_util_set_object_arg(G_OBJECT(pattern), "pattern", "solid-color");
       g_object_set(pattern, "foreground-color", colour, nullptr);
@@ -214,7 +205,7 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
       // A moving ball on a dark tint of the input's own colour, with its name.
       gst_util_set_object_arg(G_OBJECT(pattern), "pattern", "ball");
       g_object_set(pattern, "background-color", 0xff000000 | ((colour >> 2) & 0x3f3f3f), nullptr);
-      g_object_set(label, "text", spec_.name.c_str(), "font-desc", "Sans Bold 24", nullptr);
+      g_object_set(label, "text", setup_.name.c_str(), "font-desc", "Sans Bold 24", nullptr);
       gst_util_set_object_arg(G_OBJECT(label), "valignment", "center");
       gst_util_set_object_arg(G_OBJECT(label), "halignment", "center");
     }
@@ -225,7 +216,7 @@ GstElement* ChannelInput::MakeSourceBin(std::string* error) {
   } else {
     for (const Scheme& scheme : kSchemes)
       if (StartsWith(uri, scheme.prefix)) live_ = scheme.live;
-    GstElement* decode = Add(bin, "uridecodebin", error);
+    GstElement* decode = GstMedia::AddElement(bin, "uridecodebin", error);
     if (decode == nullptr) {
       gst_object_unref(bin);
       return nullptr;
@@ -398,7 +389,7 @@ void ChannelInput::StartSource() {
   GstElement* bin = MakeSourceBin(&error);
   if (bin == nullptr) {
     // A source this engine cannot play is said once and left on the slate.
-    ZLOG(1, "channel %d (%s): %s", spec_.channel, spec_.name.c_str(), error.c_str());
+    ZLOG(1, "channel %d (%s): %s", setup_.channel, setup_.name.c_str(), error.c_str());
     return;
   }
   ++generation_;
@@ -435,7 +426,7 @@ void ChannelInput::Show(bool source) {
     gst_element_set_locked_state(slate_, TRUE);
     gst_element_set_state(slate_, GST_STATE_PAUSED);
   }
-  if (signal_.exchange(source) != source) media_.Announce(spec_.channel, source);
+  if (signal_.exchange(source) != source) media_.Announce(setup_.channel, source);
 }
 
 bool ChannelInput::Owns(GstObject* element) const {
@@ -447,8 +438,8 @@ bool ChannelInput::Owns(GstObject* element) const {
 
 void ChannelInput::Failed(const std::string& why) {
   if (source_ == nullptr) return;
-  ZLOG(1, "channel %d (%s): %s; showing the slate, trying again in %d ms", spec_.channel,
-       spec_.name.c_str(), why.c_str(), retry_ms_);
+  ZLOG(1, "channel %d (%s): %s; showing the slate, trying again in %d ms", setup_.channel,
+       setup_.name.c_str(), why.c_str(), retry_ms_);
   Show(false);
   RemoveSource();
   int delay = retry_ms_;
@@ -460,8 +451,8 @@ void ChannelInput::Failed(const std::string& why) {
 }
 
 void ChannelInput::Connect(bool connect, const std::string& uri) {
-  bool changed = !uri.empty() && uri != spec_.uri;
-  if (!uri.empty()) spec_.uri = uri;
+  bool changed = !uri.empty() && uri != setup_.uri;
+  if (!uri.empty()) setup_.uri = uri;
   if (connect == connected_ && !changed) return;
   connected_ = connect;
   Show(false);
@@ -475,9 +466,9 @@ gboolean ChannelInput::OnWatchdog(gpointer data) {
   if (self->source_ == nullptr) return G_SOURCE_CONTINUE;
   gint64 now = g_get_monotonic_time();
   gint64 last = self->last_frame_us_.load();
-  bool listener = self->spec_.uri.find("mode=listener") != std::string::npos ||
-                  (StartsWith(self->spec_.uri, "rtmp://") &&
-                   self->spec_.uri.find("0.0.0.0") != std::string::npos);
+  bool listener = self->setup_.uri.find("mode=listener") != std::string::npos ||
+                  (StartsWith(self->setup_.uri, "rtmp://") &&
+                   self->setup_.uri.find("0.0.0.0") != std::string::npos);
   if (last == 0) {
     // Waiting for its first frame: a listener waits as long as it takes.
     if (!listener && now - self->built_us_ > kFirstFrameUs) self->Failed("no picture arrived");

@@ -16,7 +16,7 @@ namespace zolo::engine {
 
 class ChannelInput {
  public:
-  ChannelInput(GstMedia& media, const InputSpec& spec);
+  ChannelInput(GstMedia& media, const InputSetup& setup);
   ~ChannelInput();
   ChannelInput(const ChannelInput&) = delete;
   ChannelInput& operator=(const ChannelInput&) = delete;
@@ -24,7 +24,7 @@ class ChannelInput {
   // Builds the slate, the selector, the tee and the last-frame sink in the pipeline, then
   // the source. False with `error` set when an element is missing.
   bool Build(std::string* error);
-  const InputSpec& spec() const { return spec_; }
+  const InputSetup& setup() const { return setup_; }
   GstElement* tee() const { return tee_; }
   GstElement* last_frame() const { return last_; }
   bool has_signal() const { return signal_.load(); }
@@ -53,7 +53,7 @@ class ChannelInput {
   static gboolean OnWatchdog(gpointer self);
 
   GstMedia& media_;
-  InputSpec spec_;
+  InputSetup setup_;
   GstElement* slate_ = nullptr;  // the slate's source
   GstElement* selector_ = nullptr;
   GstPad* slate_pad_ = nullptr;       // the selector's pad of the slate

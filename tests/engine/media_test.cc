@@ -145,7 +145,7 @@ class MediaTest : public zolo::test::EngineTest {
     sandbox_->MakeDir("/shots");
   }
   // Starts the media with `inputs` (channel, source, uri) and the engine on the bus.
-  void StartMedia(const std::vector<zolo::engine::InputSpec>& inputs) {
+  void StartMedia(const std::vector<zolo::engine::InputSetup>& inputs) {
     zolo::engine::GstMediaOptions options;
     options.width = kWidth;
     options.height = kHeight;
