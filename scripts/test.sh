@@ -31,4 +31,7 @@ cmake -S . -B "$build" -DZOLO_WERROR=$werror -DZOLO_SANITIZE=$sanitize "${launch
 cmake --build "$build" -j"$(nproc)"
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+# GStreamer's plugin registry is brought up to date once here, not inside the first
+# (possibly sanitized) engine test.
+command -v gst-inspect-1.0 >/dev/null && gst-inspect-1.0 >/dev/null 2>&1 || true
 ctest --test-dir "$build" --output-on-failure -j"$(nproc)"

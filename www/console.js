@@ -444,6 +444,7 @@ function age(ms) {
 const live = {
   views: new Map(),  // 'program' or channel id -> view
   token: '',
+  inflight: new Set(),  // picture requests not answered yet
   interval: 500,
   timer: 0,
   starting: null,
@@ -485,7 +486,12 @@ const live = {
       this.timer = 0;
       // Hidden but connected: the gateway stops as soon as nobody watches. A lost
       // connection ended the watch already.
-      if (this.token && client.state === 'ready') client.request(api.watchLive, { on: false }).catch(() => {});
+      // Pictures already asked for are let finish first: their token ends with the watch.
+      if (this.token && client.state === 'ready') {
+        Promise.allSettled([...this.inflight]).then(() => {
+          if (!this.token && client.state === 'ready') client.request(api.watchLive, { on: false }).catch(() => {});
+        });
+      }
       this.token = '';
     }
     this.paintAll();
@@ -514,7 +520,13 @@ const live = {
     if (!this.wanted() || !this.token) return;
     for (const view of this.views.values()) if (view.path && !view.fetching) this.fetch(view);
   },
-  async fetch(view) {
+  fetch(view) {
+    const done = this.fetchOne(view);
+    this.inflight.add(done);
+    done.finally(() => this.inflight.delete(done));
+    return done;
+  },
+  async fetchOne(view) {
     view.fetching = true;
     const token = this.token;
     try {
