@@ -63,8 +63,6 @@ ChannelInput::~ChannelInput() {
 }
 
 void ChannelInput::Shutdown() {
-  // The pipeline takes the slate down with everything else.
-  if (slate_ != nullptr) gst_element_set_locked_state(slate_, FALSE);
   if (watchdog_ != nullptr) {
     g_source_destroy(watchdog_);
     g_source_unref(watchdog_);
@@ -76,7 +74,7 @@ bool ChannelInput::Build(std::string* error) {
   GstElement* pipeline = media_.pipeline();
   const GstMediaOptions& o = media_.options();
   // The slate: a live "no signal" picture with the channel's name.
-  GstElement* slate = slate_ = GstMedia::AddElement(pipeline, "videotestsrc", error);
+  GstElement* slate = GstMedia::AddElement(pipeline, "videotestsrc", error);
   GstElement* slate_caps = GstMedia::AddElement(pipeline, "capsfilter", error);
   GstElement* text = GstMedia::AddElement(pipeline, "textoverlay", error);
   selector_ = GstMedia::AddElement(pipeline, "input-selector", error);
@@ -416,16 +414,7 @@ void ChannelInput::RemoveSource() {
 
 void ChannelInput::Show(bool source) {
   if (source) retry_ms_ = media_.options().retry_first_ms;
-  // The slate makes pictures only while it is shown: a live source that pauses stops.
-  if (!source) {
-    gst_element_set_locked_state(slate_, FALSE);
-    gst_element_sync_state_with_parent(slate_);
-  }
   g_object_set(selector_, "active-pad", source ? source_pad_ : slate_pad_, nullptr);
-  if (source) {
-    gst_element_set_locked_state(slate_, TRUE);
-    gst_element_set_state(slate_, GST_STATE_PAUSED);
-  }
   if (signal_.exchange(source) != source) media_.Announce(setup_.channel, source);
 }
 

@@ -54,7 +54,6 @@ class ChannelInput {
 
   GstMedia& media_;
   InputSetup setup_;
-  GstElement* slate_ = nullptr;  // the slate's source
   GstElement* selector_ = nullptr;
   GstPad* slate_pad_ = nullptr;       // the selector's pad of the slate
   GstPad* source_pad_ = nullptr;      // the selector's pad of the source
