@@ -297,9 +297,11 @@ class ConsoleTest(unittest.TestCase):
     def check_console(self, driver=None, gateway_was_down=False):
         """Nothing went wrong in the browser's console since the last check: no JavaScript
         error, no request the server answered with an error (a 404 included). While the test
-        itself had stopped the gateway, the page's refused reconnection attempts are expected."""
+        itself had stopped the gateway, the page's refused reconnection attempts (and the live
+        pictures it had asked for just then) are expected."""
         def expected(message):
-            return gateway_was_down and "/ws' failed" in message and "ERR_CONNECTION_REFUSED" in message
+            refused = gateway_was_down and "ERR_CONNECTION_REFUSED" in message
+            return refused and ("/ws' failed" in message or "/live/" in message)
         errors = [entry["message"] for entry in (driver or self.driver).get_log("browser")
                   if entry["level"] == "SEVERE" and not expected(entry["message"])]
         self.assertEqual(errors, [], "errors in the browser's console")
